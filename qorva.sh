@@ -1,0 +1,89 @@
+#!/usr/bin/env bash
+# Qorva's one entry for set-up, building, the demo, tests and benchmarks.
+#   ./qorva.sh demo    install what is missing, build Release, simulate the demo scene headless
+#   ./qorva.sh test    install, build, run the whole test suite
+#   ./qorva.sh bench   install, build, run the benchmarks and record them in docs/PERFORMANCE.md
+#   ./qorva.sh build   install and build only
+set -euo pipefail
+cd "$(dirname "$0")"
+ROOT=$(pwd)
+BUILD_DIR=${QORVA_BUILD_DIR:-$ROOT/build}
+JOBS=${QORVA_JOBS:-$(nproc)}
+
+PACKAGES=(cmake g++ pkg-config ccache ninja-build libopenvdb-dev libtbb-dev libblosc-dev
+  libboost-iostreams-dev libboost-program-options-dev libboost-filesystem-dev zlib1g-dev
+  libtinyxml2-dev libtinyobjloader-dev libopenexr-dev libimath-dev libpng-dev qtbase5-dev
+  libqt5opengl5-dev libglu1-mesa-dev xvfb xauth libgl1-mesa-dri fonts-dejavu-core
+  libgtest-dev libgmock-dev libbenchmark-dev)
+
+install_packages() {
+  local missing=()
+  for p in "${PACKAGES[@]}"; do
+    dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
+  done
+  [ ${#missing[@]} -eq 0 ] && return 0
+  echo "Installing: ${missing[*]}"
+  local sudo=""
+  if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null 2>&1 || { echo "error: need root or sudo to install packages."; exit 1; }
+    sudo="sudo"
+  fi
+  $sudo apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
+}
+
+build() {
+  install_packages
+  cmake -S "$ROOT" -B "$BUILD_DIR" -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
+  cmake --build "$BUILD_DIR" -j "$JOBS"
+}
+
+demo() {
+  build
+  local out="$ROOT/out/demo"
+  mkdir -p "$out"
+  echo "Simulating the demo scene headless..."
+  "$BUILD_DIR/src/qorva" --sim --headless --cachepath "$out"
+  local files
+  files=$(find "$out" -type f | wc -l)
+  echo
+  echo "Demo finished. Caches are in: $out ($files files)"
+}
+
+run_tests() {
+  build
+  cd "$BUILD_DIR"
+  ctest --output-on-failure -j "$JOBS" --timeout 600
+}
+
+bench() {
+  build
+  local results="$BUILD_DIR/bench-results"
+  mkdir -p "$results"
+  local summary="$results/summary.md"
+  {
+    echo "## $(date -u +%Y-%m-%d) on $(nproc) cores, $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2 | sed 's/^ //')"
+    echo
+  } >"$summary"
+  for b in "$BUILD_DIR"/bench/*_bench; do
+    [ -x "$b" ] || continue
+    local name
+    name=$(basename "$b")
+    echo "== $name"
+    "$b" --benchmark_counters_tabular=true | tee "$results/$name.txt"
+    { echo "### $name"; echo '```'; grep -v '^\*\*\*' "$results/$name.txt"; echo '```'; echo; } >>"$summary"
+  done
+  {
+    echo
+    cat "$summary"
+  } >>"$ROOT/docs/PERFORMANCE.md"
+  echo "Figures appended to docs/PERFORMANCE.md"
+}
+
+case "${1:-}" in
+  demo) demo ;;
+  test) run_tests ;;
+  bench) bench ;;
+  build) build ;;
+  *) echo "usage: $0 demo|test|bench|build"; exit 2 ;;
+esac

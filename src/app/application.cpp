@@ -1,0 +1,191 @@
+// Start-up, headless main loop and shutdown.
+#include "app/application.h"
+
+#include "app/commandline.h"
+#include "app/globals.h"
+#include "app/globalsettings.h"
+#include "app/simstate.h"
+#include "app/simulation.h"
+#include "app/solvermainloop.h"
+#include "app/writingqueue.h"
+#include "graph/nodemaster.h"
+#include "particles/cudahost.h"
+
+#include <QDir>
+#include <QSettings>
+#include <QThread>
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <thread>
+
+namespace {
+void flushOut() { std::fflush(stdout); }
+}
+
+int defaultThreadCount()
+{
+    return std::max(1, int(std::thread::hardware_concurrency()));
+}
+
+void startWritingQueue()
+{
+    writingQueue = new WritingQueue();
+    writingQueue->start(QThread::InheritPriority);
+    writingQueue->setPriority(QThread::HighPriority);
+}
+
+void runCudaCheck()
+{
+    std::printf("CUDA version\n\n");
+    flushOut();
+    qorvaCudaDevId = cudaCheckDevice(qorvaCudaDevId);
+    if (qorvaCudaDevId == -2) {
+        std::printf("exiting...\n");
+        flushOut();
+        std::exit(1);
+    }
+    bool available = false;
+    if (qorvaCudaDevId >= 0) {
+        std::printf("running cuda test... [%d]\n", qorvaCudaDevId);
+        flushOut();
+        try {
+            available = cudaSelfTest(qorvaCudaDevId);
+        } catch (...) {
+            available = false;
+        }
+    }
+    simState->cudaAvailable = available;
+    std::printf(available ? "CUDA OK\n\n" : "CUDA off.\n\n");
+    flushOut();
+}
+
+void createSceneRecords()
+{
+    simulation = new Simulation();
+    simulation->sceneExtension = "qrv";
+    simulation->programName = "Qorva";
+    nodeMaster = new NodeMaster();
+    simulation->nodeMaster = nodeMaster;
+    GlobalSettings* settings = simulation->createGlobalSettings();
+    simulation->selection.clear();
+    simulation->selection.push_back(SelectionEntry{kTypeGlobalSettings, settings->id, settings->name});
+    solverThread = new SolverMainLoop();
+}
+
+int openScene(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    if (!file) return -1;
+    // Reading the scene's objects and graph arrives with the scene format.
+    std::printf("scene files cannot be read by this build yet: %s\n", path.c_str());
+    return -1;
+}
+
+void openSceneFromCommandLine(const CommandLine& cl)
+{
+    if (cl.inputFiles.empty()) return;
+    const std::string& name = cl.inputFiles.front();
+    const std::string joined = QDir::currentPath().toStdString() + "/" + name;
+    const std::string path = std::ifstream(joined).good() ? joined : name;
+    std::printf("opening %s...\n", path.c_str());
+    flushOut();
+    if (openScene(path) < 0) {
+        std::printf("error opening scene file.\n");
+    } else {
+        std::printf("ok\n");
+        simulation->scenePath = path;
+    }
+    flushOut();
+}
+
+void applyOverrides(const CommandLine& cl)
+{
+    SimState& s = *simState;
+    GlobalSettings* settings = simulation->globalSettings;
+    if (cl.startFrame) {
+        settings->setIntRow("startFrame", *cl.startFrame);
+        s.frame = *cl.startFrame;
+        std::printf("Startframe was set to %d.\n", *cl.startFrame);
+    }
+    if (cl.endFrame) {
+        settings->setIntRow("endFrame", *cl.endFrame);
+        std::printf("Endframe was set to %d.\n", *cl.endFrame);
+    }
+    if (cl.numThreads) {
+        s.numThreads = std::max(1, *cl.numThreads);
+        std::printf("Thread count was set to %d.\n", *cl.numThreads);
+    }
+    if (cl.cachePath) {
+        std::printf("Overriding cache path: %s\n", cl.cachePath->c_str());
+        settings->fallbackPathCaches = *cl.cachePath;
+        if (Parameter* row = settings->params.get("fallbackPathCaches")) row->text = *cl.cachePath;
+    }
+    if (cl.imagePath) {
+        std::printf("Overriding image path: %s\n", cl.imagePath->c_str());
+        settings->fallbackPathImages = *cl.imagePath;
+        if (Parameter* row = settings->params.get("fallbackPathImages")) row->text = *cl.imagePath;
+    }
+    if (cl.writeInBackground) {
+        s.writeInBackground = *cl.writeInBackground;
+        std::printf(s.writeInBackground ? "Enabling writing in background.\n" : "Disabling writing in background.\n");
+    }
+    if (cl.sim) {
+        std::printf("Starting sim.\n");
+        s.writeCaches = true;
+        s.exitWhenFinished = true;
+        s.play();
+    }
+    flushOut();
+}
+
+void postLoad()
+{
+    SimState& s = *simState;
+    const std::string& scene = simulation->scenePath;
+    if (!scene.empty()) {
+        QSettings user("Qorva", "Qorva");
+        const size_t slash = scene.find_last_of("/\\");
+        user.setValue("openScenePath", QString::fromStdString(slash == std::string::npos ? "" : scene.substr(0, slash)));
+        user.setValue("saveScenePath", QString::fromStdString(scene));
+    }
+    s.frame = s.startFrame;
+    s.frameF = float(s.frame);
+    s.time = s.frameF / s.fps;
+    s.viewportRedraw = true;
+    // reset as SimState::reset does, without waiting for a solver that hasn't started
+    {
+        QMutexLocker lock(&vboMutex);
+        simulation->resetAll();
+        nodeMaster->resetAll();
+    }
+    solverThread->updateObjects();
+}
+
+void startSolver()
+{
+    solverThread->start(QThread::InheritPriority);
+    std::printf("\nready.\n\n");
+    flushOut();
+}
+
+void headlessMainLoop()
+{
+    for (;;) {
+        QThread::msleep(1000);
+        if (simState->simFinished && simState->exitWhenFinished && writingQueue->isIdle()) shutdown(true);
+    }
+}
+
+void shutdown(bool printMessages)
+{
+    if (printMessages) std::printf("shutting down... ");
+    flushOut();
+    solverThread->quit();
+    simState->quitRequested = true;
+    solverThread->wait();
+    if (printMessages) std::printf("ok.\n");
+    flushOut();
+    std::exit(0);
+}

@@ -1,0 +1,83 @@
+// Entry point of the qorva executable: one program for the window and for headless runs.
+// It brings the process-wide records to life in a fixed order, applies the command line,
+// and then sits in the main loop of its mode until the run ends.
+#include "app/application.h"
+#include "app/commandline.h"
+#include "app/globals.h"
+#include "app/simstate.h"
+
+#include <QApplication>
+#include <QVector>
+#include <clocale>
+#include <cstdio>
+#include <cstdlib>
+
+int main(int argc, char** argv)
+{
+    std::setlocale(LC_ALL, "C");
+    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
+    QApplication::setEffectEnabled(Qt::UI_AnimateMenu, false);
+    QApplication::setEffectEnabled(Qt::UI_FadeMenu, false);
+
+    initVersion();
+    std::printf("%s: hello\nbuilt on: %s\n\n", titleString.c_str(), QORVA_BUILD_DATE);
+    std::fflush(stdout);
+
+    startWritingQueue();
+
+    CommandLine cl;
+    std::string error;
+    if (!parseCommandLine(argc, argv, cl, error)) {
+        std::printf("%s", error.c_str());
+        std::fflush(stdout);
+        return 0;
+    }
+    if (cl.help) {
+        std::printf("%s\n", cl.helpText.c_str());
+        return 0;
+    }
+    if (cl.version) {
+        std::printf("Qorva version: %s\n", versionString.c_str());
+        return 0;
+    }
+    if (cl.cudaDevice) {
+        qorvaCudaDevId = *cl.cudaDevice;
+        std::printf("choosing cuda device %d\n", *cl.cudaDevice);
+    }
+    if (cl.headless) {
+        std::printf("Enabling headless mode.\n");
+        // A render node has no display: Qt's offscreen platform needs none.
+        if (std::getenv("QT_QPA_PLATFORM") == nullptr) setenv("QT_QPA_PLATFORM", "offscreen", 1);
+    } else {
+        std::printf("The main window is not part of this build yet; run with --headless.\n");
+        std::fflush(stdout);
+        return 0;
+    }
+    std::fflush(stdout);
+
+    QApplication app(argc, argv);
+    std::setlocale(LC_ALL, "C");
+    QCoreApplication::setOrganizationName("Qorva");
+    QCoreApplication::setApplicationName("Qorva");
+    QCoreApplication::setApplicationVersion(QString::fromStdString(versionString));
+
+    simState = new SimState();
+    simState->headless = cl.headless;
+    simState->numThreads = defaultThreadCount();
+    installRoot = computeInstallRoot();
+    qRegisterMetaType<QVector<int>>("QVector<int>");
+    if (cl.writeImages) {
+        simState->writeImages = true;
+        std::printf("Enabling playblast image writing.\n");
+    }
+    runCudaCheck();
+    createSceneRecords();
+    openSceneFromCommandLine(cl);
+    std::printf("\n");
+    applyOverrides(cl);
+    postLoad();
+    std::srand(1);
+    startSolver();
+    std::setlocale(LC_ALL, "C");
+    headlessMainLoop();
+}

@@ -1,0 +1,64 @@
+// Simulation: owner of the classic scene: global settings, systems, objects, sources,
+// forces and colliders, with the id and name registry every object is found through.
+// The systems' lists grow with their classes; the loops here already visit them in
+// the run's order.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+class SceneObject;
+class GlobalSettings;
+class NodeMaster;
+
+struct SelectionEntry {
+    int typeCode = -1;
+    int id = -1;
+    std::string name;
+};
+
+class Simulation {
+public:
+    Simulation();
+    ~Simulation();
+    Simulation(const Simulation&) = delete;
+    Simulation& operator=(const Simulation&) = delete;
+
+    GlobalSettings* globalSettings = nullptr;
+    std::vector<SelectionEntry> selection;
+    std::vector<std::string> typeNames;
+    std::vector<SceneObject*> objectsById;
+    std::vector<int> typesById;
+    std::vector<std::string> namesById;
+    int nextObjectId = 0;
+    std::string scenePath;
+    std::string sceneName = "unnamed";
+    std::string sceneExtension = "qrv";
+    std::string programName = "Qorva";
+    NodeMaster* nodeMaster = nullptr;
+
+    // Creates the GlobalSettings object (once).
+    GlobalSettings* createGlobalSettings();
+    // Takes ownership, gives the object a unique name and the next id; answers the id.
+    int registerObject(std::unique_ptr<SceneObject> object, const std::string& wantedName);
+    SceneObject* objectById(int id) const;
+    // GlobalSettings first, then systems, objects, sources, colliders and forces.
+    SceneObject* findByName(const std::string& name, int* typeCode = nullptr) const;
+    // `wanted`, or `wanted` with a trailing number counted up until no other object has it.
+    std::string uniqueName(const std::string& wanted, const SceneObject* except = nullptr) const;
+    // Renames through the placeholder "temp" so a swap of two names never collides.
+    std::string renameObject(SceneObject* object, const std::string& wanted);
+
+    // Largest stable substep length for the CFL number `c`; 1000 with nothing moving.
+    float maxStableDt(float c) const;
+    void evaluateParameters(float frame, int substep);
+    void updateSourceTransforms();
+    void loadInitialStates();
+    void writeCaches();
+    void readCaches();
+    void resetAll();
+
+private:
+    std::vector<std::unique_ptr<SceneObject>> owned;
+};
