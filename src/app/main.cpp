@@ -11,6 +11,20 @@
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+// Qt wants a private runtime folder; a render node's batch shell often has none.
+void ensureRuntimeDir()
+{
+    if (std::getenv("XDG_RUNTIME_DIR") != nullptr) return;
+    const std::string dir = "/tmp/qorva-runtime-" + std::to_string(getuid());
+    mkdir(dir.c_str(), 0700);
+    setenv("XDG_RUNTIME_DIR", dir.c_str(), 1);
+}
+} // namespace
 
 int main(int argc, char** argv)
 {
@@ -48,6 +62,7 @@ int main(int argc, char** argv)
         std::printf("Enabling headless mode.\n");
         // A render node has no display: Qt's offscreen platform needs none.
         if (std::getenv("QT_QPA_PLATFORM") == nullptr) setenv("QT_QPA_PLATFORM", "offscreen", 1);
+        ensureRuntimeDir();
     } else {
         std::printf("The main window is not part of this build yet; run with --headless.\n");
         std::fflush(stdout);

@@ -5,6 +5,17 @@
 #include "app/globals.h"
 #include "app/sceneobject.h"
 #include "app/simstate.h"
+#include "app/writingqueue.h"
+#include "io/fileio.h"
+#include "params/paths.h"
+#include "particles/granularparticlesystem.h"
+#include "particles/particleimport.h"
+
+#include <QThread>
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <fstream>
 
 #include <cctype>
 
@@ -25,6 +36,15 @@ GlobalSettings* Simulation::createGlobalSettings()
     const int id = registerObject(std::move(settings), "globalSettings");
     if (simState) simState->globalSettingsId = id;
     return globalSettings;
+}
+
+GranularParticleSystem* Simulation::createGranularSystem(const std::string& name)
+{
+    auto system = std::make_unique<GranularParticleSystem>();
+    GranularParticleSystem* g = system.get();
+    registerObject(std::move(system), name);
+    granularSystems.push_back(g);
+    return g;
 }
 
 int Simulation::registerObject(std::unique_ptr<SceneObject> object, const std::string& wantedName)
@@ -90,9 +110,12 @@ std::string Simulation::renameObject(SceneObject* object, const std::string& wan
     return object->name;
 }
 
-float Simulation::maxStableDt(float /*c*/) const
+float Simulation::maxStableDt(float c) const
 {
-    return 1000.f;
+    float d = 1000.f;
+    for (const GranularParticleSystem* g : granularSystems)
+        if (g->maxSpeedLastStep > 0.f) d = std::min(d, c * g->particleSpacing / g->maxSpeedLastStep);
+    return d;
 }
 
 void Simulation::evaluateParameters(float frame, int substep)
@@ -104,13 +127,68 @@ void Simulation::evaluateParameters(float frame, int substep)
 
 void Simulation::updateSourceTransforms() {}
 
-void Simulation::loadInitialStates() {}
+void Simulation::stepSystems()
+{
+    for (GranularParticleSystem* g : granularSystems) g->step();
+}
+
+void Simulation::rememberParticleCounts()
+{
+    for (GranularParticleSystem* g : granularSystems) g->rememberParticleCount();
+}
+
+void Simulation::loadInitialStates()
+{
+    for (GranularParticleSystem* g : granularSystems) {
+        const Parameter* row = g->params.get("initialStateFilePath");
+        if (!row || row->text.empty()) continue;
+        const std::string path = initialStatePath(row->text, g->name, g->exportFormat);
+        if (std::ifstream(path, std::ios::binary)) readInitialState(*g, path);
+    }
+}
+
+void Simulation::writeSystemCache(const GranularParticleSystem& system)
+{
+    const std::string path = cachePath(system.name, system.exportFormat);
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        try {
+            if (simState->writeInBackground && writingQueue) {
+                writingQueue->addSystemSnapshot(path, system);
+            } else {
+                const FrameStamp stamp = currentFrameStamp();
+                fileio::BinFrameInfo info;
+                info.time = stamp.time;
+                info.frame = stamp.frame;
+                info.fps = float(stamp.fps);
+                fileio::write(path, system.exportBody(), &info);
+            }
+            return;
+        } catch (const std::exception& e) {
+            std::fprintf(stderr, "\nqueue error: %s\n", e.what());
+        } catch (...) {
+            std::fprintf(stderr, "\nqueue error. \n");
+        }
+        QThread::msleep(1000);
+    }
+}
 
 void Simulation::writeCaches()
 {
     if (!globalSettings) return;
+    for (const GranularParticleSystem* g : granularSystems)
+        if (g->enabled) writeSystemCache(*g);
 }
 
-void Simulation::readCaches() {}
+void Simulation::readCaches()
+{
+    for (GranularParticleSystem* g : granularSystems) {
+        if (!g->enabled) continue;
+        const std::string path = cachePath(g->name, g->exportFormat);
+        if (std::ifstream(path, std::ios::binary)) readInitialState(*g, path);
+    }
+}
 
-void Simulation::resetAll() {}
+void Simulation::resetAll()
+{
+    for (GranularParticleSystem* g : granularSystems) g->reset();
+}

@@ -10,6 +10,7 @@
 
 class SceneObject;
 class GlobalSettings;
+class GranularParticleSystem;
 class NodeMaster;
 
 struct SelectionEntry {
@@ -26,6 +27,7 @@ public:
     Simulation& operator=(const Simulation&) = delete;
 
     GlobalSettings* globalSettings = nullptr;
+    std::vector<GranularParticleSystem*> granularSystems;
     std::vector<SelectionEntry> selection;
     std::vector<std::string> typeNames;
     std::vector<SceneObject*> objectsById;
@@ -40,6 +42,8 @@ public:
 
     // Creates the GlobalSettings object (once).
     GlobalSettings* createGlobalSettings();
+    // Creates and registers a granular system; the name is made unique.
+    GranularParticleSystem* createGranularSystem(const std::string& name = "granular1");
     // Takes ownership, gives the object a unique name and the next id; answers the id.
     int registerObject(std::unique_ptr<SceneObject> object, const std::string& wantedName);
     SceneObject* objectById(int id) const;
@@ -56,6 +60,12 @@ public:
     void updateSourceTransforms();
     void loadInitialStates();
     void writeCaches();
+    // Writes one system's cache for the current frame: queued or direct, up to 5 tries.
+    void writeSystemCache(const GranularParticleSystem& system);
+    // Steps every system once: the classic part of a substep.
+    void stepSystems();
+    // After a substep: what each system holds now counts as old particles.
+    void rememberParticleCounts();
     void readCaches();
     void resetAll();
 

@@ -10,6 +10,7 @@
 
 #include <QMutexLocker>
 #include <omp.h>
+#include <tbb/global_control.h>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -65,7 +66,10 @@ void SolverMainLoop::run()
             if (s.quitRequested) return;
         }
         s.solverIdle = false;
-        omp_set_num_threads(std::max(1, s.numThreads));
+        // OpenMP loops and OpenVDB's TBB tasks share the same cores: cap both to numThreads.
+        const int workers = std::max(1, s.numThreads);
+        omp_set_num_threads(workers);
+        tbb::global_control tbbLimit(tbb::global_control::max_allowed_parallelism, size_t(workers));
 
         std::printf("currentframe: %d - startframe: %d - endframe: %d\n", s.frame, s.startFrame, s.endFrame);
         std::fflush(stdout);
@@ -157,7 +161,8 @@ void SolverMainLoop::step()
     {
         QMutexLocker lock(&vboMutex);
         updateObjects();
-        // SPH, granular and dumb systems run their stages here, in that order.
+        // SPH systems step here first, then the granular systems, then the dumb ones.
+        if (simulation) simulation->stepSystems();
     }
     if (nodeMaster) {
         nodeMaster->graphDt = s.dt;
@@ -166,6 +171,7 @@ void SolverMainLoop::step()
         QMutexLocker lockGraph(&graphMutex);
         nodeMaster->processSystemNodes();
     }
+    if (simulation) simulation->rememberParticleCounts();
     const bool onSubframes = simulation && simulation->globalSettings &&
                              simulation->globalSettings->evalGraphOnSubframes;
     if (!onSubframes && s.substep > 0) {

@@ -88,3 +88,8 @@ bool cudaSelectDevice(int device)
     reportError(code, "cudaSetDevice(qorvaCudaDevId)", __FILE__, __LINE__);
     return false;
 }
+
+// The granular device solve isn't there yet: every substep falls back to the CPU solve,
+// and no system holds device arrays.
+bool cudaGranularSolve(GranularParticleSystem&) { return false; }
+void cudaReleaseGranularState(void*) {}

@@ -2,6 +2,8 @@
 // build without CUDA these answer "no device", so callers need no #ifdefs.
 #pragma once
 
+class GranularParticleSystem;
+
 // Whether this build carries the CUDA path at all.
 bool cudaCompiledIn();
 // Device check at start-up. With `requested` -1 the fastest device is picked; otherwise
@@ -12,3 +14,8 @@ int cudaCheckDevice(int requested);
 bool cudaSelfTest(int device);
 // cudaSetDevice with the error line on standard error; false on failure.
 bool cudaSelectDevice(int device);
+// Solves one granular substep on the device (the system's solve pass). False when the
+// device did not solve it; the caller then runs the CPU solve.
+bool cudaGranularSolve(GranularParticleSystem& system);
+// Frees the device arrays behind a system's opaque device state; null is fine.
+void cudaReleaseGranularState(void* state);

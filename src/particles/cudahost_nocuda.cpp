@@ -5,3 +5,5 @@ bool cudaCompiledIn() { return false; }
 int cudaCheckDevice(int) { return -1; }
 bool cudaSelfTest(int) { return false; }
 bool cudaSelectDevice(int) { return false; }
+bool cudaGranularSolve(GranularParticleSystem&) { return false; }
+void cudaReleaseGranularState(void*) {}

@@ -1,0 +1,225 @@
+// Granular solver throughput on a settled pile: whole substeps at 100k and 1M particles,
+// the same substep split into its named stages, the hash sort against std::sort, and the
+// integration pass's effective bandwidth against a plain copy of the arrays it touches.
+// The pile is built directly as a lattice at spacing 2r on the ground: simulating 1M
+// particles into a rest state would take far longer than the measurement.
+#include "app/globals.h"
+#include "app/simstate.h"
+#include "app/simulation.h"
+#include "particles/granularparticlesystem.h"
+#include "particles/radixsort.h"
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <omp.h>
+#include <vector>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Substeps run before measuring: the first one sizes every neighbour list.
+constexpr int kWarmupSubsteps = 3;
+
+void ensureRecords()
+{
+    if (simState) return;
+    initVersion();
+    simState = new SimState();
+    simState->headless = true;
+    simState->numThreads = omp_get_max_threads();
+    simulation = new Simulation();
+    simState->dt = 1.f / (8.f * 24.f);
+    simState->collideGround = true;
+}
+
+// nx * ny * nz particles at spacing 2r, the lowest layer resting on the ground.
+std::unique_ptr<GranularParticleSystem> latticePile(int nx, int ny, int nz)
+{
+    auto s = std::make_unique<GranularParticleSystem>();
+    const float r = s->particleRadius;
+    for (int y = 0; y < ny; ++y)
+        for (int z = 0; z < nz; ++z)
+            for (int x = 0; x < nx; ++x)
+                s->addParticle(Vec4f(r + 2.f * r * float(x), r + 2.f * r * float(y), r + 2.f * r * float(z)), Vec4f());
+    for (int n = 0; n < kWarmupSubsteps; ++n) {
+        s->step();
+        s->rememberParticleCount();
+    }
+    return s;
+}
+
+// Piles are shared between benchmarks of the same size: building 1M particles costs seconds.
+GranularParticleSystem& pile(int64_t count)
+{
+    static std::map<int64_t, std::unique_ptr<GranularParticleSystem>> piles;
+    auto& slot = piles[count];
+    if (!slot) {
+        ensureRecords();
+        slot = count >= 1000000 ? latticePile(250, 16, 250) : latticePile(100, 10, 100);
+    }
+    return *slot;
+}
+
+double millisecondsSince(Clock::time_point start)
+{
+    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+void BM_GranularSubstep(benchmark::State& state)
+{
+    GranularParticleSystem& s = pile(state.range(0));
+    for (auto _ : state) {
+        s.step();
+        s.rememberParticleCount();
+    }
+    state.SetItemsProcessed(int64_t(state.iterations()) * int64_t(s.particleCount()));
+    state.counters["particles"] = double(s.particleCount());
+    state.counters["threads"] = simState->numThreads;
+}
+BENCHMARK(BM_GranularSubstep)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The CPU solve's stages, timed one by one in the order solveOnCpu runs them.
+void BM_GranularSubstepStages(benchmark::State& state)
+{
+    GranularParticleSystem& s = pile(state.range(0));
+    std::map<const char*, double> ms;
+    for (auto _ : state) {
+        s.updateDerivedFields();
+        s.hash.cellSize = s.particleSpacing;
+        s.hash.dt = simState->dt;
+        Clock::time_point t = Clock::now();
+        s.hashParticles();
+        ms["hash_ms"] += millisecondsSince(t);
+        t = Clock::now();
+        s.sortByHash();
+        ms["sort_ms"] += millisecondsSince(t);
+        t = Clock::now();
+        s.groupBlocks();
+        ms["blocks_ms"] += millisecondsSince(t);
+        t = Clock::now();
+        s.reorder();
+        ms["hash_ms"] += millisecondsSince(t);
+        t = Clock::now();
+        s.findNeighbours();
+        ms["neighbours_ms"] += millisecondsSince(t);
+        t = Clock::now();
+        s.checkNaN();
+        for (int it = 0; it < s.iterations; ++it) s.iterate(it);
+        ms["iterations_ms"] += millisecondsSince(t);
+        t = Clock::now();
+        s.integrate();
+        ms["integrate_ms"] += millisecondsSince(t);
+        t = Clock::now();
+        s.forcePass();
+        s.compact();
+        s.groundPass();
+        s.rememberParticleCount();
+        ms["passes_ms"] += millisecondsSince(t);
+    }
+    for (const auto& [name, total] : ms) state.counters[name] = total / double(state.iterations());
+    state.SetItemsProcessed(int64_t(state.iterations()) * int64_t(s.particleCount()));
+}
+BENCHMARK(BM_GranularSubstepStages)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The hash keys of the 1M pile in particle order, as the sort meets them every substep.
+const std::vector<uint32_t>& pileKeys()
+{
+    static std::vector<uint32_t> keys;
+    if (keys.empty()) {
+        GranularParticleSystem& s = pile(1000000);
+        s.hashParticles();
+        keys = s.hashKeys;
+    }
+    return keys;
+}
+
+void BM_HashSortRadix(benchmark::State& state)
+{
+    const std::vector<uint32_t>& input = pileKeys();
+    std::vector<uint32_t> keys(input.size()), payload(input.size());
+    const int threads = int(state.range(0));
+    for (auto _ : state) {
+        keys = input;
+        for (size_t i = 0; i < payload.size(); ++i) payload[i] = uint32_t(i);
+        const Clock::time_point t = Clock::now();
+        radixSortPairs(keys.data(), payload.data(), keys.size(), threads);
+        state.SetIterationTime(millisecondsSince(t) / 1000.0);
+    }
+    state.SetItemsProcessed(int64_t(state.iterations()) * int64_t(input.size()));
+}
+BENCHMARK(BM_HashSortRadix)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseManualTime();
+
+void BM_HashSortStd(benchmark::State& state)
+{
+    const std::vector<uint32_t>& input = pileKeys();
+    std::vector<uint64_t> pairs(input.size());
+    for (auto _ : state) {
+        for (size_t i = 0; i < pairs.size(); ++i) pairs[i] = uint64_t(input[i]) << 32 | uint64_t(i);
+        const Clock::time_point t = Clock::now();
+        std::sort(pairs.begin(), pairs.end(), [](uint64_t a, uint64_t b) { return (a >> 32) < (b >> 32); });
+        state.SetIterationTime(millisecondsSince(t) / 1000.0);
+    }
+    state.SetItemsProcessed(int64_t(state.iterations()) * int64_t(input.size()));
+}
+BENCHMARK(BM_HashSortStd)->Unit(benchmark::kMillisecond)->UseManualTime();
+
+// Bytes per particle the integration pass moves at default settings. Reads: sortedSlot 4,
+// sortedFlags 1, sortedPos 16, sortedVel 16, P 16, force 16, numContacts 4, the header of
+// the particle's constraint list 24 (the linked colour tone). Writes: P, posPrev, v, Cd, 16 each.
+constexpr double kIntegrateBytes = 4 + 1 + 16 + 16 + 16 + 16 + 4 + 24 + 4 * 16;
+
+void BM_IntegrateBandwidth(benchmark::State& state)
+{
+    GranularParticleSystem& s = pile(1000000);
+    s.solveOnCpu();  // the working arrays of the current state
+    for (auto _ : state) s.integrate();
+    state.counters["GB/s"] = benchmark::Counter(kIntegrateBytes * double(s.particleCount()) * 1e-9,
+                                                benchmark::Counter::kIsIterationInvariantRate);
+}
+BENCHMARK(BM_IntegrateBandwidth)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The same arrays copied plainly, in parallel: what the memory system gives a pure stream.
+void BM_PlainCopyBandwidth(benchmark::State& state)
+{
+    GranularParticleSystem& s = pile(1000000);
+    const size_t n = s.particleCount();
+    VecArray copyA(n), copyB(n), copyC(n), copyD(n);
+    std::vector<uint32_t> copyE(n);
+    std::vector<int32_t> copyF(n);
+    struct Job {
+        const void* from;
+        void* to;
+        size_t bytes;
+    };
+    const std::vector<Job> jobs{{s.sortedPos.data(), copyA.data(), n * 16}, {s.sortedVel.data(), copyB.data(), n * 16},
+                                {s.body->points->P.data(), copyC.data(), n * 16},
+                                {s.ch.force->data(), copyD.data(), n * 16},
+                                {s.sortedSlot.data(), copyE.data(), n * 4},
+                                {s.ch.numContacts->data(), copyF.data(), n * 4}};
+    double bytes = 0.0;
+    for (const Job& job : jobs) bytes += 2.0 * double(job.bytes);
+    const int threads = simState->numThreads;
+    for (auto _ : state) {
+#pragma omp parallel num_threads(threads)
+        {
+            const size_t parts = size_t(omp_get_num_threads());
+            const size_t me = size_t(omp_get_thread_num());
+            for (const Job& job : jobs) {
+                const size_t begin = job.bytes * me / parts / 64 * 64;
+                const size_t end = me + 1 == parts ? job.bytes : job.bytes * (me + 1) / parts / 64 * 64;
+                std::memcpy(static_cast<char*>(job.to) + begin, static_cast<const char*>(job.from) + begin, end - begin);
+            }
+        }
+        benchmark::ClobberMemory();
+    }
+    state.counters["GB/s"] = benchmark::Counter(bytes * 1e-9, benchmark::Counter::kIsIterationInvariantRate);
+}
+BENCHMARK(BM_PlainCopyBandwidth)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+} // namespace

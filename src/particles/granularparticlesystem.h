@@ -1,0 +1,235 @@
+// GranularParticleSystem: the classic solver for sand, snow, soil and clumps. It owns one
+// Body of particles, its parameter rows and the ids of its connected sources, colliders
+// and forces; SolverMainLoop calls step() once a substep. Data and particles live in
+// granularparticlesystem.cpp, the rows in granularparams.cpp, the step's passes in
+// granularstep.cpp and the CPU solve in granularsolve.cpp.
+#pragma once
+
+#include "app/sceneobject.h"
+#include "geo/body.h"
+#include "particles/particlehash.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+class GranularParticleSystem : public SceneObject {
+public:
+    static constexpr const char* kTypeString = "GranularParticleSystem";
+
+    // Bits of sortedFlags, the per-slot copy of the particle's state bits during a solve.
+    // kFlagConstrained (the particle has constraints) is read in the first iteration; a pass
+    // that removes a particle's last constraint during the iterations clears it.
+    static constexpr uint8_t kFlagDeleted = 1;
+    static constexpr uint8_t kFlagSleeping = 2;
+    static constexpr uint8_t kFlagConstrained = 4;
+
+    // Handles to the Body's channels; null where a channel is missing.
+    struct Channels {
+        VecArray* P = nullptr;
+        VecArray* v = nullptr;
+        VecArray* force = nullptr;
+        VecArray* Cd = nullptr;
+        IntArray* id = nullptr;
+        VecArray* posPrev = nullptr;
+        IntArray* numContacts = nullptr;
+        IntListArray* neighbs = nullptr;
+        IntListArray* constrIndices = nullptr;
+        FloatListArray* constrDists = nullptr;
+        FloatArray* restingTime = nullptr;
+        BitArray* sleeping = nullptr;
+        IntArray* emitterId = nullptr;
+        FloatArray* stick = nullptr;
+        VecArray* emissionPos = nullptr;
+        BitArray* deleted = nullptr;
+        FloatArray* width = nullptr;
+        FloatArray* maxStretch = nullptr;  // only when a Body arrives with it
+        VecArray* uv = nullptr;            // only while trackUVs is on
+    };
+
+    GranularParticleSystem();
+    ~GranularParticleSystem() override;
+
+    // Evaluates the rows; an empty name row first takes the registered name, so that the
+    // row never renames the system to "".
+    void evaluateParameters(float frame, int substep) override;
+
+    // --- Particles and lifecycle (granularparticlesystem.cpp)
+
+    // Empties the Body and makes its channels anew, empties the working arrays, restarts ids.
+    void reset();
+    // particleSpacing, particleRadius, particleMass and the neighbour cell from resolution.
+    void updateDerivedFields();
+    // Creates the channels that are missing (in table order) and refreshes `ch`. Code that
+    // replaces the Body or removes channels from outside calls this before the next step.
+    void ensureChannels();
+    // Appends a particle; answers its index.
+    int addParticle(const Vec4f& position, const Vec4f& velocity);
+    // The same with a uv, kept in the `uv` channel while trackUVs is on.
+    int addParticle(const Vec4f& position, const Vec4f& velocity, const Vec4f& uv);
+    size_t particleCount() const { return body->points->size(); }
+    // The loop calls this after all systems have stepped: what is there now counts as old.
+    void rememberParticleCount() { lastParticleCount = int32_t(particleCount()); }
+
+    // Connecting files an object's id (false for a null object or an id already filed);
+    // `replace` first clears the list. By id, the type is looked up in Simulation.
+    bool connectSource(const SceneObject* source, bool replace = false);
+    bool connectCollider(const SceneObject* collider, bool replace = false);
+    bool connectForce(const SceneObject* force, bool replace = false);
+    bool connectById(int objectId, bool replace = false);
+
+    // Channels that cached output never carries: exportExcludedChannels, `stick`, and
+    // every "__stick_" and "__stickpos_" channel.
+    std::vector<std::string> exportExclusions() const;
+    // A new Body with the particles, without the excluded channels (for caches).
+    BodyPtr exportBody() const;
+    // Smallest and largest position per axis; 99999 and -99999 with no particle.
+    void boundingBox(Vec4f& min, Vec4f& max) const;
+
+    // Rebuilds the hash over the current positions (cell particleSpacing) and answers
+    // nearest-distance queries from it: the free-space test of the sources.
+    void rebuildQueryHash();
+    float nearestDistance(const Vec4f& p) const;
+
+    // --- The substep (granularstep.cpp)
+
+    // The seven stages in order; only the derived fields when `enabled` is off.
+    void step();
+    void emitPass();
+    void solvePass();
+    void forcePass();
+    void applyForces();
+    void collidePass();
+    void compact();
+    void groundPass();
+    // Frees the device copy of the particles, if there is one.
+    void releaseDeviceState();
+
+    // --- CPU solve (granularsolve.cpp), stages in the order solveOnCpu runs them
+
+    void solveOnCpu();
+    void createConstraints(int firstIndex);
+    // The neighbour search with cells of `cellSize`: the five stages below, in order.
+    void searchNeighbours(float cellSize);
+    void hashParticles();
+    void sortByHash();
+    void groupBlocks();
+    void reorder();
+    void findNeighbours();
+    void relink();
+    bool checkNaN();
+    void iterate(int iteration);
+    // Inside the iteration, after particle i (at slot k) has met its neighbours.
+    void constraintPass(uint32_t k, uint32_t i);
+    void integrate();
+
+    // --- Parameters, in table order (granularparams.cpp)
+
+    float resolution = 10.f;
+    // gravityVector.y is the `gravity` row.
+    float groundPlaneFriction = 10.f;
+    float freezeThreshold = 0.01f;
+    int32_t freezeMinContacts = 2;
+    float colorScale = 1.f;
+    float particleStiffness = 140.f;
+    float friction = 10.f;
+    float attraction = 0.f;
+    float slushiness = 0.f;
+    float constraintStiffness = 140.f;
+    float maxConstraintStretch = 1.06f;
+    float maxConstraintLength = 3.f;
+    bool removeStrands = false;
+    float plasticity = 0.f;
+    float relinkThreshold = 0.f;
+    int32_t relinkEveryNthStep = 2;
+    bool enableSleeping = false;
+    bool colorSleeping = false;
+    bool startAsleep = false;
+    float sleepVelThreshold = 0.01f;
+    float sleepDelay = 0.1f;
+    bool allowSleepingToMove = false;
+    float wakeupByVelocityThreshold = 1000.f;
+    int32_t iterations = 3;
+    // The `damping` row edits SimState::damping, shared by all systems.
+    float clampAcceleration = 1.f;  // kept and saved; no pass reads it
+    float clampSpeed = 200.f;
+    std::string initialStateFilePath;
+    bool trackUVs = false;
+    bool useCuda = false;
+    std::string exportFormat = "abc";
+    // `enabled` is SceneObject's.
+    bool visible = true;
+    bool showExtraParams = false;
+    bool breakConstraintsNoisy = false;
+    float breakConstrNoisyScaleX = 1.f;
+    float breakConstrNoisyScaleY = 1.f;
+    float breakConstrNoisyScaleZ = 1.f;
+    float breakConstrNoisyOctaves = 2.f;
+    float breakConstrNoisyRoughness = 0.5f;
+    float stickAttrInitialVal = 1.f;
+    bool colorStickiness = false;
+    float unstickByVelocityThreshold = 1000.f;
+
+    // --- Constant and derived fields
+
+    float particleSpacing = 0.1f;
+    float particleRadius = 0.05f;
+    float particleMass = 0.001f;
+    float density = 1.f;  // no row reaches it
+    Vec4f gravityVector{0.f, -9.81f, 0.f, 0.f};
+    float groundBounce = 0.f;  // no row reaches it
+    int32_t lastParticleCount = 0;
+    int32_t nextParticleId = -1;
+    float maxSpeedLastStep = -1.f;
+    float lastSolvedTime = 0.f;
+    std::vector<int32_t> sourceIds;
+    std::vector<int32_t> colliderIds;
+    std::vector<int32_t> forceIds;
+    std::vector<std::string> exportExcludedChannels{"force",   "deleted", "numContacts", "posPrev",
+                                                    "restingTime", "neighbs", "constrIndices", "constrDists"};
+
+    BodyPtr body;
+    Channels ch;
+
+    // --- Working arrays
+
+    // The hash, in the order of its sorted keys ("hash slots"): every bucket's particles form
+    // one run of hash slots, cellStart..cellEnd.
+    ParticleHash hash;
+    std::vector<uint32_t> hashKeys;     // sorted bucket keys
+    std::vector<uint32_t> hashOrder;    // hash slot -> particle index
+    std::vector<uint32_t> cellStart;    // by bucket, kEmptyBucket when empty
+    std::vector<uint32_t> cellEnd;      // by bucket
+    // The solver's slots: the particles grouped by block (granularsolve.cpp), so that the
+    // neighbours of a slot lie close to it in memory. sortedPos, sortedVel, sortedFlags and
+    // the `neighbs` channel are indexed by slot, and `neighbs` lists slots.
+    std::vector<uint32_t> sortedOrder;  // slot -> particle index
+    std::vector<uint32_t> sortedSlot;   // particle index -> slot
+    VecArray sortedPos;                 // the solver's working copy of positions
+    VecArray sortedVel;                 // and of velocities
+    std::vector<uint8_t> sortedFlags;   // kFlag... bits
+    std::vector<int32_t> sortedContacts; // numContacts during the solve
+    std::vector<uint32_t> bucketSlots;  // hash slot -> slot
+    // Block colouring of the iteration pass: each slot's block key (colour in the top bits),
+    // the units (runs of one key, relaxed in order by one thread) and the first unit of each
+    // colour.
+    std::vector<uint32_t> blockKeys;
+    std::vector<uint32_t> unitStart;
+    std::vector<uint32_t> colourStart;
+    int32_t blockCells = 0;             // block edge in cells, chosen per substep
+    std::vector<int32_t> compactIndex;  // by particle index: new index, -1 when deleted
+
+    // --- Device path
+
+    bool constraintsDirty = true;        // flat constraint arrays must be rebuilt
+    uint32_t deviceHashSize = 0;         // hash size of the current device solve
+    uint32_t deviceHashSizePrev = 0;     // and of the one before
+    void* deviceState = nullptr;         // device arrays, owned through cudahost
+    size_t deviceParticleCount = 0;      // the particle count deviceState was made for
+
+private:
+    void buildParameters();
+    void clearWorkingArrays();
+    void resizeWorkingArrays(size_t count);
+    bool fileId(std::vector<int32_t>& list, int objectId, bool replace);
+};

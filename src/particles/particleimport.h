@@ -1,0 +1,16 @@
+// Loading particles from a cache file into a classic system: initial states at the start
+// of a run and caches read back when the frame is changed by hand. The reader is picked
+// by the file's extension; the particles are handed to the system under vboMutex.
+#pragma once
+
+#include <string>
+
+class GranularParticleSystem;
+
+// Resets `system` and fills it from `path`. 0 on success; a negative result when the file
+// can't be read, and then a file that can't be opened leaves the system untouched.
+int readInitialState(GranularParticleSystem& system, const std::string& path);
+
+// Colour of an imported particle: a ramp from dark blue-white to bright white, by value
+// against a limit. Written into `rgb`.
+void importRampColour(float value, float limit, float rgb[3]);
