@@ -11,38 +11,37 @@
 
 class AttribTable {
 public:
-  std::map<std::string, void*> attribMap;  // name -> array
-  std::map<std::string, int> typeMap;      // name -> type code
-  std::vector<std::string> names;          // flat lists, in map order
-  std::vector<void*> pointers;
-  std::vector<int> types;
+    std::map<std::string, void*> attribMap; // name -> array
+    std::map<std::string, int> typeMap;     // name -> type code
+    std::vector<std::string> names;         // flat lists, in map order
+    std::vector<void*> pointers;
+    std::vector<int> types;
 
-  // The array or null. attribAt is the checking form: it throws
-  // std::out_of_range("invalid map<K, T> key") for a missing name.
-  void* attrib(const std::string& name) const;
-  void* attribAt(const std::string& name) const;
-  template <class A>
-  A* attribAs(const std::string& name) const { return static_cast<A*>(attrib(name)); }
-  bool hasAttrib(const std::string& name) const { return attribMap.count(name) != 0; }
-  // The type code, or ATTRIB_NONE (14) for a missing name.
-  int attribType(const std::string& name) const;
-  // Linear search through the flat lists; same answer as attrib().
-  void* findAttrib(const std::string& name) const;
-  // Name of the n-th attribute; "__internal_exceed__" past the end.
-  std::string attribName(size_t index) const;
-  size_t numAttribs() const { return names.size(); }
+    // The array or null. attribAt is the checking form: it throws
+    // std::out_of_range("invalid map<K, T> key") for a missing name.
+    void* attrib(const std::string& name) const;
+    void* attribAt(const std::string& name) const;
+    template <class A> A* attribAs(const std::string& name) const { return static_cast<A*>(attrib(name)); }
+    bool hasAttrib(const std::string& name) const { return attribMap.count(name) != 0; }
+    // The type code, or ATTRIB_NONE (14) for a missing name.
+    int attribType(const std::string& name) const;
+    // Linear search through the flat lists; same answer as attrib().
+    void* findAttrib(const std::string& name) const;
+    // Name of the n-th attribute; "__internal_exceed__" past the end.
+    std::string attribName(size_t index) const;
+    size_t numAttribs() const { return names.size(); }
 
-  // Refills the flat lists from the maps.
-  void rebuildLists();
+    // Refills the flat lists from the maps.
+    void rebuildLists();
 
 protected:
-  AttribTable() = default;
-  ~AttribTable() = default;
-  // Derived sets copy their arrays themselves; copying the pointers is never right.
-  AttribTable(const AttribTable&) = delete;
-  AttribTable& operator=(const AttribTable&) = delete;
+    AttribTable() = default;
+    ~AttribTable() = default;
+    // Derived sets copy their arrays themselves; copying the pointers is never right.
+    AttribTable(const AttribTable&) = delete;
+    AttribTable& operator=(const AttribTable&) = delete;
 
-  void setEntry(const std::string& name, void* array, int type);
-  void dropEntry(const std::string& name);
-  void clearEntries();
+    void setEntry(const std::string& name, void* array, int type);
+    void dropEntry(const std::string& name);
+    void clearEntries();
 };

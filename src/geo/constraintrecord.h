@@ -7,15 +7,15 @@
 #include <type_traits>
 
 struct ConstraintRecord {
-  uint32_t a = 0;  // point indices, a <= b
-  uint32_t b = 0;
-  float restLength = 0.f;
-  float stiffness = 0.f;
-  float breakStretch = 0.f;
-  uint8_t breakable = 0;  // from the node's Breakable parameter
-  uint8_t broken = 0;
-  uint8_t isLine = 0;     // made from a line primitive
-  uint8_t reserved = 0;   // explicit padding, always zero
+    uint32_t a = 0; // point indices, a <= b
+    uint32_t b = 0;
+    float restLength = 0.f;
+    float stiffness = 0.f;
+    float breakStretch = 0.f;
+    uint8_t breakable = 0; // from the node's Breakable parameter
+    uint8_t broken = 0;
+    uint8_t isLine = 0;   // made from a line primitive
+    uint8_t reserved = 0; // explicit padding, always zero
 };
 
 static_assert(sizeof(ConstraintRecord) == 24, "ConstraintRecord is 24 bytes of plain data");

@@ -11,24 +11,24 @@
 
 class ItemAttribs : public AttribTable {
 public:
-  ItemAttribs() = default;
-  ItemAttribs(const ItemAttribs& other);
-  ItemAttribs& operator=(const ItemAttribs& other);
-  ~ItemAttribs();
+    ItemAttribs() = default;
+    ItemAttribs(const ItemAttribs& other);
+    ItemAttribs& operator=(const ItemAttribs& other);
+    ~ItemAttribs();
 
-  // 1 when made, 0 when the name exists, -1 for an unknown type code. With
-  // resizeNow the array gets `count` default elements and the lists are rebuilt.
-  int addItemAttrib(const std::string& name, int type, size_t count, bool resizeNow);
-  // 0 when removed, -1 for a missing name.
-  int removeItemAttrib(const std::string& name);
+    // 1 when made, 0 when the name exists, -1 for an unknown type code. With
+    // resizeNow the array gets `count` default elements and the lists are rebuilt.
+    int addItemAttrib(const std::string& name, int type, size_t count, bool resizeNow);
+    // 0 when removed, -1 for a missing name.
+    int removeItemAttrib(const std::string& name);
 
-  void pushDefaults();               // one default element at the end of each array
-  void insertDefaults(size_t index);  // one default element at index, order kept
-  void eraseItem(size_t index);       // order kept
-  void resizeItems(size_t count);
-  void clearAttribs();                // drops every attribute
+    void pushDefaults();               // one default element at the end of each array
+    void insertDefaults(size_t index); // one default element at index, order kept
+    void eraseItem(size_t index);      // order kept
+    void resizeItems(size_t count);
+    void clearAttribs(); // drops every attribute
 
 private:
-  void copyFrom(const ItemAttribs& other);
-  void freeOwned();
+    void copyFrom(const ItemAttribs& other);
+    void freeOwned();
 };

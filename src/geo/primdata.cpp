@@ -2,19 +2,25 @@
 // shared with the per-volume attributes in ItemAttribs.
 #include "geo/primdata.h"
 
-int PrimData::addPrim(uint32_t kind) {
-  kinds.push_back(kind);
-  pushDefaults();
-  return static_cast<int>(kinds.size());
+int PrimData::addPrim(uint32_t kind)
+{
+    kinds.push_back(kind);
+    pushDefaults();
+    return static_cast<int>(kinds.size());
 }
 
-int PrimData::addAttrib(const std::string& name, int type, bool resizeNow) {
-  return addItemAttrib(name, type, kinds.size(), resizeNow);
+int PrimData::addAttrib(const std::string& name, int type, bool resizeNow)
+{
+    return addItemAttrib(name, type, kinds.size(), resizeNow);
 }
 
-int PrimData::removeAttrib(const std::string& name) { return removeItemAttrib(name); }
+int PrimData::removeAttrib(const std::string& name)
+{
+    return removeItemAttrib(name);
+}
 
-void PrimData::clear() {
-  kinds.clear();
-  clearAttribs();
+void PrimData::clear()
+{
+    kinds.clear();
+    clearAttribs();
 }

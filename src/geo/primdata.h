@@ -12,15 +12,15 @@
 
 class PrimData : public ItemAttribs {
 public:
-  enum Kind : uint32_t { POLYGON = 0, LINE = 1 };
+    enum Kind : uint32_t { POLYGON = 0, LINE = 1 };
 
-  std::vector<uint32_t> kinds;
+    std::vector<uint32_t> kinds;
 
-  size_t size() const { return kinds.size(); }
-  // Appends a primitive of `kind` with default attribute values; the new count.
-  int addPrim(uint32_t kind);
-  // 1 when made, 0 when the name exists, -1 for an unknown PrimAttribType.
-  int addAttrib(const std::string& name, int type, bool resizeNow = true);
-  int removeAttrib(const std::string& name);
-  void clear();
+    size_t size() const { return kinds.size(); }
+    // Appends a primitive of `kind` with default attribute values; the new count.
+    int addPrim(uint32_t kind);
+    // 1 when made, 0 when the name exists, -1 for an unknown PrimAttribType.
+    int addAttrib(const std::string& name, int type, bool resizeNow = true);
+    int removeAttrib(const std::string& name);
+    void clear();
 };
