@@ -8,12 +8,14 @@
 #include "app/writingqueue.h"
 #include "io/fileio.h"
 #include "params/paths.h"
+#include "particles/dumbparticlesystem.h"
 #include "particles/granularparticlesystem.h"
 #include "particles/particleimport.h"
 
 #include <QThread>
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <fstream>
 
@@ -45,6 +47,16 @@ GranularParticleSystem* Simulation::createGranularSystem(const std::string& name
     registerObject(std::move(system), name);
     granularSystems.push_back(g);
     return g;
+}
+
+DumbParticleSystem* Simulation::createDumbSystem(const std::string& name)
+{
+    auto system = std::make_unique<DumbParticleSystem>();
+    DumbParticleSystem* d = system.get();
+    registerObject(std::move(system), name);
+    dumbSystems.push_back(d);
+    std::srand(1); // a new system restarts the run's random stream
+    return d;
 }
 
 int Simulation::registerObject(std::unique_ptr<SceneObject> object, const std::string& wantedName)
@@ -130,6 +142,7 @@ void Simulation::updateSourceTransforms() {}
 void Simulation::stepSystems()
 {
     for (GranularParticleSystem* g : granularSystems) g->step();
+    for (DumbParticleSystem* d : dumbSystems) d->step();
 }
 
 void Simulation::rememberParticleCounts()
@@ -147,7 +160,12 @@ void Simulation::loadInitialStates()
     }
 }
 
-void Simulation::writeSystemCache(const GranularParticleSystem& system)
+namespace {
+
+// One system's cache for the current frame: a snapshot into the writing queue, or written
+// here; up to 5 tries, since a full disk or a busy share may recover.
+template <class System>
+void writeSystemCache(const System& system)
 {
     const std::string path = cachePath(system.name, system.exportFormat);
     for (int attempt = 0; attempt < 5; ++attempt) {
@@ -172,23 +190,33 @@ void Simulation::writeSystemCache(const GranularParticleSystem& system)
     }
 }
 
+template <class System>
+void readSystemCache(System& system)
+{
+    if (!system.enabled) return;
+    const std::string path = cachePath(system.name, system.exportFormat);
+    if (std::ifstream(path, std::ios::binary)) readInitialState(system, path);
+}
+
+} // namespace
+
 void Simulation::writeCaches()
 {
     if (!globalSettings) return;
+    for (const DumbParticleSystem* d : dumbSystems)
+        if (d->enabled) writeSystemCache(*d);
     for (const GranularParticleSystem* g : granularSystems)
         if (g->enabled) writeSystemCache(*g);
 }
 
 void Simulation::readCaches()
 {
-    for (GranularParticleSystem* g : granularSystems) {
-        if (!g->enabled) continue;
-        const std::string path = cachePath(g->name, g->exportFormat);
-        if (std::ifstream(path, std::ios::binary)) readInitialState(*g, path);
-    }
+    for (DumbParticleSystem* d : dumbSystems) readSystemCache(*d);
+    for (GranularParticleSystem* g : granularSystems) readSystemCache(*g);
 }
 
 void Simulation::resetAll()
 {
+    for (DumbParticleSystem* d : dumbSystems) d->reset(true);
     for (GranularParticleSystem* g : granularSystems) g->reset();
 }

@@ -11,6 +11,7 @@
 class SceneObject;
 class GlobalSettings;
 class GranularParticleSystem;
+class DumbParticleSystem;
 class NodeMaster;
 
 struct SelectionEntry {
@@ -27,6 +28,7 @@ public:
     Simulation& operator=(const Simulation&) = delete;
 
     GlobalSettings* globalSettings = nullptr;
+    std::vector<DumbParticleSystem*> dumbSystems;
     std::vector<GranularParticleSystem*> granularSystems;
     std::vector<SelectionEntry> selection;
     std::vector<std::string> typeNames;
@@ -44,6 +46,7 @@ public:
     GlobalSettings* createGlobalSettings();
     // Creates and registers a granular system; the name is made unique.
     GranularParticleSystem* createGranularSystem(const std::string& name = "granular1");
+    DumbParticleSystem* createDumbSystem(const std::string& name = "dumb1");
     // Takes ownership, gives the object a unique name and the next id; answers the id.
     int registerObject(std::unique_ptr<SceneObject> object, const std::string& wantedName);
     SceneObject* objectById(int id) const;
@@ -60,8 +63,6 @@ public:
     void updateSourceTransforms();
     void loadInitialStates();
     void writeCaches();
-    // Writes one system's cache for the current frame: queued or direct, up to 5 tries.
-    void writeSystemCache(const GranularParticleSystem& system);
     // Steps every system once: the classic part of a substep.
     void stepSystems();
     // After a substep: what each system holds now counts as old particles.

@@ -6,6 +6,7 @@
 #include "app/simstate.h"
 #include "geo/body.h"
 #include "io/fileio.h"
+#include "particles/dumbparticlesystem.h"
 #include "particles/granularparticlesystem.h"
 
 #include <QMutexLocker>
@@ -63,16 +64,28 @@ void WritingQueue::addSnapshot(const std::string& path, std::shared_ptr<Body> sn
     bodyStamps.push_back(stamp);
 }
 
-void WritingQueue::addSystemSnapshot(const std::string& path, const GranularParticleSystem& system,
+void WritingQueue::queuePointsExcept(const std::string& path, const Body& source,
                                      const std::vector<std::string>& excluded)
 {
     const FrameStamp stamp = currentFrameStamp();
     QMutexLocker lock(&mutex);
     auto snapshot = std::make_shared<Body>();
-    snapshot->points = system.body->points->copyPointsExcept(excluded.empty() ? system.exportExclusions() : excluded);
+    snapshot->points = source.points->copyPointsExcept(excluded);
     bodies.push_back(std::move(snapshot));
     bodyPaths.push_back(path);
     bodyStamps.push_back(stamp);
+}
+
+void WritingQueue::addSystemSnapshot(const std::string& path, const GranularParticleSystem& system,
+                                     const std::vector<std::string>& excluded)
+{
+    queuePointsExcept(path, *system.body, excluded.empty() ? system.exportExclusions() : excluded);
+}
+
+void WritingQueue::addSystemSnapshot(const std::string& path, const DumbParticleSystem& system,
+                                     const std::vector<std::string>& excluded)
+{
+    queuePointsExcept(path, *system.body, excluded.empty() ? system.exportExcludedChannels : excluded);
 }
 
 void WritingQueue::addImage(const std::string& path, ImageBuffer image)

@@ -17,6 +17,7 @@
 
 class Body;
 class GranularParticleSystem;
+class DumbParticleSystem;
 
 // Run state at the moment a snapshot was queued; BIN headers carry it.
 struct FrameStamp {
@@ -47,6 +48,8 @@ public:
     // exclusions when empty).
     void addSystemSnapshot(const std::string& path, const GranularParticleSystem& system,
                            const std::vector<std::string>& excluded = {});
+    void addSystemSnapshot(const std::string& path, const DumbParticleSystem& system,
+                           const std::vector<std::string>& excluded = {});
     // Forces every pixel opaque, then queues the image.
     void addImage(const std::string& path, ImageBuffer image);
 
@@ -70,6 +73,8 @@ protected:
     void run() override;
 
 private:
+    // Copies the points of `source` without `excluded` into a new queued body, under the lock.
+    void queuePointsExcept(const std::string& path, const Body& source, const std::vector<std::string>& excluded);
     bool takeBody(std::string& path, std::shared_ptr<Body>& body, FrameStamp& stamp);
     bool takeImage(std::string& path, ImageBuffer& image);
     bool writeImageJob(const std::string& path, const ImageBuffer& image);

@@ -6,10 +6,15 @@
 #include <string>
 
 class GranularParticleSystem;
+class DumbParticleSystem;
 
 // Resets `system` and fills it from `path`. 0 on success; a negative result when the file
 // can't be read, and then a file that can't be opened leaves the system untouched.
 int readInitialState(GranularParticleSystem& system, const std::string& path);
+
+// Resets `system` (keeping its id counter) and fills it from `path`; skipped while a run
+// is under way. 0 on success, negative on failure (the system is then empty).
+int readInitialState(DumbParticleSystem& system, const std::string& path);
 
 // Colour of an imported particle: a ramp from dark blue-white to bright white, by value
 // against a limit. Written into `rgb`.
