@@ -431,7 +431,7 @@ TEST(ParameterObjects, GlobalSettingsWritesSimState)
     GlobalSettings* g = simulation->globalSettings;
     ASSERT_NE(g, nullptr);
     EXPECT_EQ(simState->globalSettingsId, g->id);
-    EXPECT_EQ(simulation->findByName("globalSettings"), g);
+    EXPECT_EQ(simulation->findByName("GlobalSettings"), g);
     Parameter* minSub = g->params.get("minSubsteps");
     minSub->text = "0";
     g->evaluateParameters(0, 0);

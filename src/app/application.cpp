@@ -76,11 +76,10 @@ void createSceneRecords()
 
 int openScene(const std::string& path)
 {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) return -1;
-    // Reading the scene's objects and graph arrives with the scene format.
-    std::printf("scene files cannot be read by this build yet: %s\n", path.c_str());
-    return -1;
+    if (simulation->loadScene(path) != 0) return -1;
+    std::printf("ok.\n");
+    // The graph in the same file is read by the node master once the graph can be loaded.
+    return 0;
 }
 
 void openSceneFromCommandLine(const CommandLine& cl)
@@ -95,7 +94,6 @@ void openSceneFromCommandLine(const CommandLine& cl)
         std::printf("error opening scene file.\n");
     } else {
         std::printf("ok\n");
-        simulation->scenePath = path;
     }
     flushOut();
 }

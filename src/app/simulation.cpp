@@ -7,6 +7,7 @@
 #include "app/simstate.h"
 #include "app/writingqueue.h"
 #include "io/fileio.h"
+#include "io/scenefile.h"
 #include "params/paths.h"
 #include "particles/dumbparticlesystem.h"
 #include "particles/granularparticlesystem.h"
@@ -35,7 +36,7 @@ GlobalSettings* Simulation::createGlobalSettings()
     if (globalSettings) return globalSettings;
     auto settings = std::make_unique<GlobalSettings>();
     globalSettings = settings.get();
-    const int id = registerObject(std::move(settings), "globalSettings");
+    const int id = registerObject(std::move(settings), "GlobalSettings");
     if (simState) simState->globalSettingsId = id;
     return globalSettings;
 }
@@ -48,6 +49,36 @@ GranularParticleSystem* Simulation::createGranularSystem(const std::string& name
     granularSystems.push_back(g);
     return g;
 }
+
+void Simulation::clear()
+{
+    dumbSystems.clear();
+    granularSystems.clear();
+    selection.clear();
+    objectsById.clear();
+    typesById.clear();
+    namesById.clear();
+    nextObjectId = 0;
+    globalSettings = nullptr;
+    owned.clear();
+    createGlobalSettings();
+    sceneName = "unnamed";
+    scenePath.clear();
+    keptGraphXml.clear();
+    if (simState) {
+        simState->frame = simState->startFrame;
+        simState->frameF = float(simState->startFrame);
+        simState->substep = 0;
+        simState->elapsedSeconds = 0.0;
+        simState->accumulatedSeconds = 0.0;
+        simState->simFinished = true;
+    }
+    std::srand(1);
+}
+
+int Simulation::loadScene(const std::string& path) { return scenefile::load(*this, path); }
+
+bool Simulation::saveScene(const std::string& path) { return scenefile::save(*this, path); }
 
 DumbParticleSystem* Simulation::createDumbSystem(const std::string& name)
 {
@@ -66,6 +97,8 @@ int Simulation::registerObject(std::unique_ptr<SceneObject> object, const std::s
     o->name = uniqueName(wantedName.empty() ? typeNames[size_t(o->typeCode)] : wantedName, o);
     o->params.name = o->name;
     o->params.renamer = [this, o](const std::string& wanted) { return renameObject(o, wanted); };
+    for (Parameter& row : o->params.parameters)
+        if (row.type == kParamObjectName) row.text = o->name;
     objectsById.push_back(o);
     typesById.push_back(o->typeCode);
     namesById.push_back(o->name);
@@ -118,6 +151,8 @@ std::string Simulation::renameObject(SceneObject* object, const std::string& wan
     object->name = uniqueName("temp", object);
     object->name = uniqueName(wanted, object);
     object->params.name = object->name;
+    for (Parameter& row : object->params.parameters)
+        if (row.type == kParamObjectName) row.text = object->name;
     if (object->id >= 0 && size_t(object->id) < namesById.size()) namesById[size_t(object->id)] = object->name;
     return object->name;
 }

@@ -41,6 +41,14 @@ public:
     std::string sceneExtension = "qrv";
     std::string programName = "Qorva";
     NodeMaster* nodeMaster = nullptr;
+    // The graph's root as read from the last scene, kept until the graph loads it itself.
+    std::string keptGraphXml;
+
+    // The state of a new empty scene: no objects, fresh GlobalSettings, no scene path.
+    void clear();
+    // Scene files: see io/scenefile.h.
+    int loadScene(const std::string& path);
+    bool saveScene(const std::string& path);
 
     // Creates the GlobalSettings object (once).
     GlobalSettings* createGlobalSettings();

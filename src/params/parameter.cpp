@@ -297,7 +297,7 @@ void Parameter::apply(bool haveNumber, double num, const std::string& txt)
         break;
     case kParamObjectName: {
         std::string& field = *static_cast<std::string*>(value);
-        if (txt != field) {
+        if (!txt.empty() && txt != field) { // an empty text never renames
             if (owner && owner->renamer) field = owner->renamer(txt);
             else field = txt;
         }

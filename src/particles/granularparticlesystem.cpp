@@ -179,53 +179,6 @@ int GranularParticleSystem::addParticle(const Vec4f& position, const Vec4f& velo
     return index;
 }
 
-bool GranularParticleSystem::fileId(std::vector<int32_t>& list, int objectId, bool replace)
-{
-    if (replace) list.clear();
-    if (std::find(list.begin(), list.end(), objectId) != list.end()) return false;
-    list.push_back(objectId);
-    return true;
-}
-
-bool GranularParticleSystem::connectSource(const SceneObject* source, bool replace)
-{
-    if (!source) {
-        std::printf("there's a problem. connect source\n");
-        return false;
-    }
-    return fileId(sourceIds, source->id, replace);
-}
-
-bool GranularParticleSystem::connectCollider(const SceneObject* collider, bool replace)
-{
-    if (!collider) {
-        std::printf("there's a problem. connect collider\n");
-        return false;
-    }
-    return fileId(colliderIds, collider->id, replace);
-}
-
-bool GranularParticleSystem::connectForce(const SceneObject* force, bool replace)
-{
-    if (!force) {
-        std::printf("there's a problem. connect force\n");
-        return false;
-    }
-    return fileId(forceIds, force->id, replace);
-}
-
-bool GranularParticleSystem::connectById(int objectId, bool replace)
-{
-    const SceneObject* object = simulation ? simulation->objectById(objectId) : nullptr;
-    if (!object) return false;
-    switch (object->typeCode) {
-    case kTypeSource: return connectSource(object, replace);
-    case kTypeCollider: return connectCollider(object, replace);
-    case kTypeForce: return connectForce(object, replace);
-    default: return false;
-    }
-}
-
 std::vector<std::string> GranularParticleSystem::exportExclusions() const
 {
     std::vector<std::string> names = exportExcludedChannels;

@@ -7,13 +7,14 @@
 
 #include "app/sceneobject.h"
 #include "geo/body.h"
+#include "particles/objectlinks.h"
 #include "particles/particlehash.h"
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
-class GranularParticleSystem : public SceneObject {
+class GranularParticleSystem : public SceneObject, public ObjectLinks {
 public:
     static constexpr const char* kTypeString = "GranularParticleSystem";
 
@@ -71,12 +72,7 @@ public:
     // The loop calls this after all systems have stepped: what is there now counts as old.
     void rememberParticleCount() { lastParticleCount = int32_t(particleCount()); }
 
-    // Connecting files an object's id (false for a null object or an id already filed);
-    // `replace` first clears the list. By id, the type is looked up in Simulation.
-    bool connectSource(const SceneObject* source, bool replace = false);
-    bool connectCollider(const SceneObject* collider, bool replace = false);
-    bool connectForce(const SceneObject* force, bool replace = false);
-    bool connectById(int objectId, bool replace = false);
+    // Connections to sources, colliders and forces come from ObjectLinks.
 
     // Channels that cached output never carries: exportExcludedChannels, `stick`, and
     // every "__stick_" and "__stickpos_" channel.
@@ -182,9 +178,6 @@ public:
     int32_t nextParticleId = -1;
     float maxSpeedLastStep = -1.f;
     float lastSolvedTime = 0.f;
-    std::vector<int32_t> sourceIds;
-    std::vector<int32_t> colliderIds;
-    std::vector<int32_t> forceIds;
     std::vector<std::string> exportExcludedChannels{"force",   "deleted", "numContacts", "posPrev",
                                                     "restingTime", "neighbs", "constrIndices", "constrDists"};
 
@@ -231,5 +224,4 @@ private:
     void buildParameters();
     void clearWorkingArrays();
     void resizeWorkingArrays(size_t count);
-    bool fileId(std::vector<int32_t>& list, int objectId, bool replace);
 };
