@@ -12,6 +12,7 @@
 #include "particles/cudahost.h"
 
 #include <QDir>
+#include <QMutexLocker>
 #include <QSettings>
 #include <QThread>
 #include <algorithm>
@@ -161,8 +162,26 @@ void postLoad()
     solverThread->updateObjects();
 }
 
+namespace {
+
+// One line per solved frame for long headless runs: where the run stands and how long
+// it has left, at the pace of the frames so far.
+void printProgress(int frame)
+{
+    const SimState& s = *simState;
+    const int total = std::max(1, s.endFrame - s.startFrame + 1);
+    const int done = std::max(1, frame - s.startFrame + 1);
+    const double perFrame = s.elapsedSeconds / done;
+    const long left = long(perFrame * double(std::max(0, total - done)) + 0.5);
+    std::printf("progress: frame %d of %d (%d/%d) | %zu particles | %.3f s/frame | %ldm %02lds left\n", frame,
+                s.endFrame, done, total, simulation->particleCount(), perFrame, left / 60, left % 60);
+}
+
+} // namespace
+
 void startSolver()
 {
+    if (simState->headless) solverThread->onFrameSolved = printProgress;
     solverThread->start(QThread::InheritPriority);
     std::printf("\nready.\n\n");
     flushOut();
@@ -178,6 +197,11 @@ void headlessMainLoop()
 
 void shutdown(bool printMessages)
 {
+    if (printMessages && simState->writeCaches && simState->writeInBackground) {
+        QMutexLocker lock(&writingQueue->mutex);
+        std::printf("caches written in the background: %ld files, %ld particles in all.\n",
+                    writingQueue->filesWritten, writingQueue->pointsWritten);
+    }
     if (printMessages) std::printf("shutting down... ");
     flushOut();
     solverThread->quit();

@@ -174,6 +174,14 @@ void Simulation::evaluateParameters(float frame, int substep)
 
 void Simulation::updateSourceTransforms() {}
 
+size_t Simulation::particleCount() const
+{
+    size_t n = 0;
+    for (const DumbParticleSystem* d : dumbSystems) n += d->size();
+    for (const GranularParticleSystem* g : granularSystems) n += g->particleCount();
+    return n;
+}
+
 void Simulation::stepSystems()
 {
     for (GranularParticleSystem* g : granularSystems) g->step();

@@ -71,6 +71,8 @@ public:
     void updateSourceTransforms();
     void loadInitialStates();
     void writeCaches();
+    // Particles in all classic systems.
+    size_t particleCount() const;
     // Steps every system once: the classic part of a substep.
     void stepSystems();
     // After a substep: what each system holds now counts as old particles.

@@ -132,11 +132,15 @@ bool WritingQueue::takeImage(std::string& path, ImageBuffer& image)
     return true;
 }
 
-void WritingQueue::finishJob(const std::string& path, bool ok)
+void WritingQueue::finishJob(const std::string& path, bool ok, size_t points)
 {
     if (onJobDone) onJobDone(path, ok);
     QMutexLocker lock(&mutex);
     --inFlight;
+    if (ok) {
+        ++filesWritten;
+        pointsWritten += long(points);
+    }
 }
 
 bool WritingQueue::writeImageJob(const std::string& path, const ImageBuffer& image)
@@ -192,7 +196,7 @@ int WritingQueue::flush()
         if (haveBody) {
             const bool ok = writeBodyJob(path, body, stamp) == 0;
             failures += ok ? 0 : 1;
-            finishJob(path, ok);
+            finishJob(path, ok, body->points->size());
         }
         {
             QMutexLocker lock(&mutex);
@@ -226,8 +230,9 @@ void WritingQueue::run()
                 lock.unlock();
                 QThread::msleep(bodyDelayMs);
                 const bool ok = writeBodyJob(path, body, stamp) == 0;
+                const size_t points = body->points->size();
                 body.reset();
-                finishJob(path, ok);
+                finishJob(path, ok, points);
             }
         }
         bool haveImage;

@@ -66,6 +66,9 @@ public:
     unsigned long imageDelayMs = 50;
     unsigned long idleSleepMs = 2000;
     unsigned long imageRetryDelayMs = 2000;
+    // Files written so far and the points they held (bodies only); read them under `mutex`.
+    long filesWritten = 0;
+    long pointsWritten = 0;
     // Called on the writing thread after each job, with its path and whether it succeeded.
     std::function<void(const std::string& path, bool ok)> onJobDone;
 
@@ -78,7 +81,7 @@ private:
     bool takeBody(std::string& path, std::shared_ptr<Body>& body, FrameStamp& stamp);
     bool takeImage(std::string& path, ImageBuffer& image);
     bool writeImageJob(const std::string& path, const ImageBuffer& image);
-    void finishJob(const std::string& path, bool ok);
+    void finishJob(const std::string& path, bool ok, size_t points = 0);
     void sleepIdle();
     int inFlight = 0; // guarded by mutex
 };
