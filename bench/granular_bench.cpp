@@ -38,10 +38,12 @@ void ensureRecords()
     simState->collideGround = true;
 }
 
-// nx * ny * nz particles at spacing 2r, the lowest layer resting on the ground.
-std::unique_ptr<GranularParticleSystem> latticePile(int nx, int ny, int nz)
+// nx * ny * nz particles at spacing 2r, the lowest layer resting on the ground. Without
+// links, maxConstraintLength is 0: no constraints are made, and the solve is contacts alone.
+std::unique_ptr<GranularParticleSystem> latticePile(int nx, int ny, int nz, bool links)
 {
     auto s = std::make_unique<GranularParticleSystem>();
+    if (!links) s->maxConstraintLength = 0.f;
     const float r = s->particleRadius;
     for (int y = 0; y < ny; ++y)
         for (int z = 0; z < nz; ++z)
@@ -54,14 +56,15 @@ std::unique_ptr<GranularParticleSystem> latticePile(int nx, int ny, int nz)
     return s;
 }
 
-// Piles are shared between benchmarks of the same size: building 1M particles costs seconds.
-GranularParticleSystem& pile(int64_t count)
+// Piles are shared between benchmarks of the same kind: building 1M particles costs seconds.
+// With default parameters (links on) the first substep glues the lattice with constraints.
+GranularParticleSystem& pile(int64_t count, bool links = true)
 {
-    static std::map<int64_t, std::unique_ptr<GranularParticleSystem>> piles;
-    auto& slot = piles[count];
+    static std::map<std::pair<int64_t, bool>, std::unique_ptr<GranularParticleSystem>> piles;
+    auto& slot = piles[{count, links}];
     if (!slot) {
         ensureRecords();
-        slot = count >= 1000000 ? latticePile(250, 16, 250) : latticePile(100, 10, 100);
+        slot = count >= 1000000 ? latticePile(250, 16, 250, links) : latticePile(100, 10, 100, links);
     }
     return *slot;
 }
@@ -73,7 +76,7 @@ double millisecondsSince(Clock::time_point start)
 
 void BM_GranularSubstep(benchmark::State& state)
 {
-    GranularParticleSystem& s = pile(state.range(0));
+    GranularParticleSystem& s = pile(state.range(0), state.range(1) != 0);
     for (auto _ : state) {
         s.step();
         s.rememberParticleCount();
@@ -82,12 +85,19 @@ void BM_GranularSubstep(benchmark::State& state)
     state.counters["particles"] = double(s.particleCount());
     state.counters["threads"] = simState->numThreads;
 }
-BENCHMARK(BM_GranularSubstep)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond)->UseRealTime();
+// Second argument: 1 default parameters, 0 without constraints (contacts alone).
+BENCHMARK(BM_GranularSubstep)
+    ->Args({100000, 1})
+    ->Args({1000000, 1})
+    ->Args({100000, 0})
+    ->Args({1000000, 0})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 // The CPU solve's stages, timed one by one in the order solveOnCpu runs them.
 void BM_GranularSubstepStages(benchmark::State& state)
 {
-    GranularParticleSystem& s = pile(state.range(0));
+    GranularParticleSystem& s = pile(state.range(0), state.range(1) != 0);
     std::map<const char*, double> ms;
     for (auto _ : state) {
         s.updateDerivedFields();
@@ -109,6 +119,7 @@ void BM_GranularSubstepStages(benchmark::State& state)
         s.findNeighbours();
         ms["neighbours_ms"] += millisecondsSince(t);
         t = Clock::now();
+        s.relink();
         s.checkNaN();
         for (int it = 0; it < s.iterations; ++it) s.iterate(it);
         ms["iterations_ms"] += millisecondsSince(t);
@@ -125,7 +136,13 @@ void BM_GranularSubstepStages(benchmark::State& state)
     for (const auto& [name, total] : ms) state.counters[name] = total / double(state.iterations());
     state.SetItemsProcessed(int64_t(state.iterations()) * int64_t(s.particleCount()));
 }
-BENCHMARK(BM_GranularSubstepStages)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_GranularSubstepStages)
+    ->Args({100000, 1})
+    ->Args({1000000, 1})
+    ->Args({100000, 0})
+    ->Args({1000000, 0})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 // The hash keys of the 1M pile in particle order, as the sort meets them every substep.
 const std::vector<uint32_t>& pileKeys()
@@ -170,17 +187,17 @@ void BM_HashSortStd(benchmark::State& state)
 BENCHMARK(BM_HashSortStd)->Unit(benchmark::kMillisecond)->UseManualTime();
 
 // Bytes per particle the integration pass moves at default settings. Reads: sortedSlot 4,
-// sortedFlags 1, sortedPos 16, sortedVel 16, P 16, force 16, numContacts 4, the header of
-// the particle's constraint list 24 (the linked colour tone). Writes: P, posPrev, v, Cd, 16 each.
-constexpr double kIntegrateBytes = 4 + 1 + 16 + 16 + 16 + 16 + 4 + 24 + 4 * 16;
+// sortedFlags 1, sortedContacts 4, sortedPos 16, sortedVel 16, P 16, force 16, and the
+// header of the particle's constraint list 24 (for the linked colour tone). Writes:
+// numContacts 4, and P, posPrev, v and Cd, 16 each.
+constexpr double kIntegrateBytes = 4 + 1 + 4 + 16 + 16 + 16 + 16 + 24 + 4 + 4 * 16;
 
 void BM_IntegrateBandwidth(benchmark::State& state)
 {
     GranularParticleSystem& s = pile(1000000);
     s.solveOnCpu();  // the working arrays of the current state
     for (auto _ : state) s.integrate();
-    state.counters["GB/s"] = benchmark::Counter(kIntegrateBytes * double(s.particleCount()) * 1e-9,
-                                                benchmark::Counter::kIsIterationInvariantRate);
+    state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(kIntegrateBytes * double(s.particleCount())));
 }
 BENCHMARK(BM_IntegrateBandwidth)->Unit(benchmark::kMillisecond)->UseRealTime();
 
@@ -218,7 +235,7 @@ void BM_PlainCopyBandwidth(benchmark::State& state)
         }
         benchmark::ClobberMemory();
     }
-    state.counters["GB/s"] = benchmark::Counter(bytes * 1e-9, benchmark::Counter::kIsIterationInvariantRate);
+    state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(bytes));
 }
 BENCHMARK(BM_PlainCopyBandwidth)->Unit(benchmark::kMillisecond)->UseRealTime();
 

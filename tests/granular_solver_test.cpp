@@ -1,7 +1,7 @@
 // Physics of the granular solve: a dropped block settles on the ground without sinking or
 // interpenetrating, sleeping starts and ends at its thresholds, frozen particles stay put,
-// a head-on collision keeps momentum, coincident particles stay finite, and two runs give
-// the same bits.
+// a head-on collision keeps momentum, coincident particles stay finite, two runs give the
+// same bits, and the fast iteration pass and neighbour lists agree with plain versions.
 #include "testenv.h"
 
 #include "particles/granularparticlesystem.h"
@@ -32,6 +32,7 @@ protected:
         simState->damping = 0.f;
     }
 
+public:
     // A jittered block of nx * ny * nz particles, spacing a little over 2r, lowest layer at `bottom`.
     static void addBlock(GranularParticleSystem& s, int nx, int ny, int nz, float bottom, unsigned seed = 1)
     {
@@ -65,13 +66,6 @@ protected:
         return best;
     }
 
-    static float maxSpeed(const GranularParticleSystem& s)
-    {
-        float best = 0.f;
-        for (const Vec4f& v : *s.ch.v) best = std::max(best, v.length3());
-        return best;
-    }
-
     static bool allFinite(const GranularParticleSystem& s)
     {
         for (const Vec4f& p : s.body->points->P)
@@ -82,23 +76,23 @@ protected:
     }
 };
 
-TEST_F(GranularSolverTest, DroppedBlockSettlesWithoutSinkingOrInterpenetrating)
+// Drops a block of 576 particles stacked in columns (an unstable packing that must
+// collapse into a denser one) by two radii, lets it settle for eight seconds, and checks
+// what it does in half a second more.
+void expectBlockSettles(GranularParticleSystem& s)
 {
-    GranularParticleSystem s;
     const float r = s.particleRadius;
-    // 576 particles stacked in columns (an unstable packing that must collapse into a
-    // denser one), dropped by two radii, then eight seconds to settle.
-    addBlock(s, 12, 4, 12, 3.f * r);
+    GranularSolverTest::addBlock(s, 12, 4, 12, 3.f * r);
     float impact = 0.f;
     for (int n = 0; n < 8 * 192; ++n) {
-        run(s, 1);
+        GranularSolverTest::run(s, 1);
         impact = std::max(impact, s.maxSpeedLastStep);
     }
     const VecArray before = s.body->points->P;
-    run(s, 96);  // half a second more, to see what still moves
+    GranularSolverTest::run(s, 96);
 
     const VecArray& P = s.body->points->P;
-    float lowest = 1e9f, drift = 0.f, meanDrift = 0.f, sideways = 0.f;
+    float lowest = 1e9f, drift = 0.f, meanDrift = 0.f, sideways = 0.f, meanSpeed = 0.f;
     for (size_t i = 0; i < P.size(); ++i) {
         lowest = std::min(lowest, P[i].y);
         const float moved = (P[i] - before[i]).length3();
@@ -106,16 +100,32 @@ TEST_F(GranularSolverTest, DroppedBlockSettlesWithoutSinkingOrInterpenetrating)
         meanDrift += moved / float(P.size());
         const Vec4f& v = (*s.ch.v)[i];
         sideways = std::max(sideways, std::sqrt(v.x * v.x + v.z * v.z));
+        meanSpeed += v.length3() / float(P.size());
     }
     EXPECT_GT(impact, 1.f) << "the block never fell";
     EXPECT_GE(lowest, r - 1e-6f) << "a particle sank into the ground";
-    EXPECT_GT(minPairDistance(s), 2.f * r * 0.95f) << "particles interpenetrate after settling";
+    EXPECT_GT(GranularSolverTest::minPairDistance(s), 2.f * r * 0.95f) << "particles interpenetrate after settling";
     EXPECT_LT(meanDrift, 0.1f * r) << "the pile still flows";
     EXPECT_LT(drift, 0.5f * r) << "some particles never come to rest";
     EXPECT_LT(sideways, 0.05f) << "the pile still spreads";
-    // An awake particle at rest carries one substep of gravity in v (g dt = 0.05 m/s).
-    EXPECT_LT(s.maxSpeedLastStep, 0.2f) << "the pile doesn't come to rest";
-    EXPECT_TRUE(allFinite(s));
+    // An awake particle at rest carries one substep of gravity in v (g dt = 0.05 m/s), and
+    // contacts that still jitter by a millimetre show as a few tenths of m/s for a substep.
+    EXPECT_LT(meanSpeed, 0.1f) << "the pile doesn't come to rest";
+    EXPECT_LT(s.maxSpeedLastStep, 0.3f * impact) << "the pile doesn't come to rest";
+    EXPECT_TRUE(GranularSolverTest::allFinite(s));
+}
+
+TEST_F(GranularSolverTest, LooseSandBlockSettlesWithoutSinkingOrInterpenetrating)
+{
+    GranularParticleSystem s;
+    s.maxConstraintLength = 0.f;  // no links: contacts and friction alone
+    expectBlockSettles(s);
+}
+
+TEST_F(GranularSolverTest, DefaultBlockSettlesWithoutSinkingOrInterpenetrating)
+{
+    GranularParticleSystem s;  // default rows: the block is glued by constraints at birth
+    expectBlockSettles(s);
 }
 
 // Free particles in space: no gravity, no ground, nothing to touch.
@@ -342,6 +352,90 @@ TEST_F(GranularSolverTest, NeighbourListsHoldEveryParticleWithinTwoRadii)
         }
     }
     EXPECT_GT(pairs, 500u);
+}
+
+// The pair loop as the iteration pass defines it, written plainly: slot after slot in the
+// solver's order, every list entry in turn, positions and velocities updated at once.
+void plainIteration(const GranularParticleSystem& s, VecArray& pos, VecArray& vel)
+{
+    const float r = s.particleRadius, dt = simState->dt, h = dt / float(s.iterations);
+    const IntListArray& lists = *s.ch.neighbs;
+    for (int colour = 0; colour < GranularParticleSystem::kColumnColours; ++colour)
+        for (uint32_t u = s.colourStart[size_t(colour)]; u < s.colourStart[size_t(colour) + 1]; ++u)
+            for (uint32_t k = s.unitStart[u]; k < s.unitStart[u + 1]; ++k)
+                for (int32_t n : lists[k]) {
+                    const Vec4f diff = pos[k] - pos[size_t(n)];
+                    const float d = diff.length3() + r * 0.000001f;
+                    if (!(d < 2.125f * r)) continue;
+                    Vec4f dir = diff * (1.f / d);
+                    if (d < 2.f * r) {
+                        const Vec4f corr = dir * ((2.f * r - d) * h * s.particleStiffness);
+                        pos[k] += corr;
+                        pos[size_t(n)] -= corr;
+                        const Vec4f dv = corr * ((1.f - s.slushiness) / dt);
+                        vel[k] += dv;
+                        vel[size_t(n)] -= dv;
+                        const Vec4f apart = pos[k] - pos[size_t(n)];
+                        dir = apart.length3() > 0.f ? apart * (1.f / apart.length3()) : Vec4f();
+                    }
+                    const Vec4f rel = vel[k] - vel[size_t(n)];
+                    const Vec4f tang = rel - dir * rel.dot3(dir);
+                    const float share =
+                        tang.dot3(tang) <= 0.08f ? 0.5f : 0.5f * std::min(s.friction * dt / float(s.iterations), 1.f);
+                    vel[k] -= tang * share;
+                    vel[size_t(n)] += tang * share;
+                }
+}
+
+TEST_F(GranularSolverTest, IterationPassMatchesThePlainPairLoop)
+{
+    simState->collideGround = false;
+    GranularParticleSystem s;
+    s.maxConstraintLength = 0.f;
+    std::mt19937 rng(21);
+    std::uniform_real_distribution<float> u(0.f, 1.f);
+    std::uniform_real_distribution<float> w(-1.f, 1.f);
+    for (int n = 0; n < 2000; ++n)  // crowded: about 1.6 particles per cell, many overlaps
+        s.addParticle(Vec4f(u(rng), u(rng), u(rng)), Vec4f(w(rng), w(rng), w(rng)));
+    s.updateDerivedFields();
+    s.searchNeighbours(s.particleSpacing);
+    VecArray pos = s.sortedPos, vel = s.sortedVel;
+    s.iterate(0);
+    plainIteration(s, pos, vel);
+    float worstPos = 0.f, worstVel = 0.f;
+    for (size_t k = 0; k < pos.size(); ++k) {
+        worstPos = std::max(worstPos, (pos[k] - s.sortedPos[k]).length3());
+        worstVel = std::max(worstVel, (vel[k] - s.sortedVel[k]).length3());
+    }
+    // Only the rounding of the four-wide arithmetic separates the two.
+    EXPECT_LT(worstPos, 1e-5f);
+    EXPECT_LT(worstVel, 1e-3f);
+    int contacts = 0;
+    for (int32_t c : s.sortedContacts) contacts += c;
+    EXPECT_GT(contacts, 1000) << "the cloud should be crowded enough to test contacts";
+}
+
+TEST_F(GranularSolverTest, NeighbourListsAreTheCellGatherInItsOrder)
+{
+    // The solver fills its lists from a per-block table of buckets; they must hold exactly
+    // what the plain 27-cell gather gives, in its order, duplicates included.
+    GranularParticleSystem s;
+    std::mt19937 rng(10);
+    std::uniform_real_distribution<float> u(-1.f, 1.f);
+    for (int n = 0; n < 3000; ++n) s.addParticle(Vec4f(u(rng), 1.f + u(rng), u(rng)), Vec4f());
+    s.updateDerivedFields();
+    s.searchNeighbours(s.particleSpacing);
+    const CellHasher hasher(s.hash);
+    size_t entries = 0;
+    for (uint32_t k = 0; k < s.particleCount(); ++k) {
+        std::vector<int32_t> expected;
+        forEachNeighbourSlot(s.sortedPos[k], hasher, s.cellStart.data(), s.cellEnd.data(), [&](uint32_t h) {
+            if (s.bucketSlots[h] != k) expected.push_back(int32_t(s.bucketSlots[h]));
+        });
+        ASSERT_EQ((*s.ch.neighbs)[k], expected) << "slot " << k;
+        entries += expected.size();
+    }
+    EXPECT_GT(entries, 10000u);
 }
 
 TEST_F(GranularSolverTest, GroundFrictionStopsASlidingParticle)

@@ -175,10 +175,11 @@ int Object::loadGeometry(const std::string& path, float frame)
 int Object::loadObj(const std::string& path)
 {
     auto mesh = std::make_shared<ObjectMesh>();
-    if (fileio::loadObjMesh(path, *mesh) != 0) return -1;
+    if (fileio::loadObjMesh(path, *mesh, readScale) != 0) return -1;
     meshes.assign(1, mesh);
     filePath = path;
     sdBaseLoaded = false;
+    ++geometryStamp;
     return 0;
 }
 
@@ -214,6 +215,7 @@ int Object::loadSDAtFrame(const std::string& path, float frame)
 
         auto mesh = std::make_shared<ObjectMesh>();
         mesh->vertices = std::move(base.vertices);
+        for (Vec4f& p : mesh->vertices) p = p * readScale;
         mesh->velocities.assign(mesh->vertices.size(), Vec4f());
         mesh->triangles.reserve(base.faces.size());
         for (const auto& f : base.faces) {
@@ -235,6 +237,7 @@ int Object::loadSDAtFrame(const std::string& path, float frame)
         rotate = Vec4f();
         scale = Vec4f(1.f, 1.f, 1.f, 0.f);
         sdBaseLoaded = true;
+        ++geometryStamp;
     }
     for (auto& mesh : meshes)
         if (mesh) std::copy(mesh->xform[0], mesh->xform[0] + 16, mesh->xform[1]);
@@ -276,6 +279,8 @@ int Object::readSdRecord(FILE* file, uint64_t fileSize, int frame, bool blend, f
     }
 
     if (sdIsDeforming) {
+        // Deforming frames keep the stamp: their grids follow at the collider's own rate.
+        for (Vec4f& p : record.positions) p = p * readScale;
         mesh.resetBounds();
         const size_t n = std::min(mesh.vertices.size(), record.positions.size());
         if (!blend) {
@@ -298,11 +303,13 @@ int Object::readSdRecord(FILE* file, uint64_t fileSize, int frame, bool blend, f
         mesh.computeTriangleNormals();
     } else if (!blend) {
         mesh.isDeforming = false;
+        record.translation = record.translation * readScale;
         translate = record.translation;
         scale = record.scale;
         rotate = eulerFromRotation(record.rotation);
         buildPose(mesh.xform[0]);
     } else {
+        record.translation = record.translation * readScale;
         translate += (record.translation - translate) * t;
         scale += (record.scale - scale) * t;
         double R0[9];

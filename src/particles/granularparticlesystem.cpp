@@ -1,14 +1,12 @@
-// The granular system's data: construction, reset and channels, adding particles,
-// connecting sources, colliders and forces, and the read-only views the rest of the
-// program takes of it (export Body, bounds, nearest-distance queries).
+// The granular system's data: construction, reset and channels, adding particles, and the
+// read-only views the rest of the program takes of it (export Body, bounds,
+// nearest-distance queries).
 #include "particles/granularparticlesystem.h"
 
 #include "app/globals.h"
 #include "app/simstate.h"
-#include "app/simulation.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 
 namespace {

@@ -2,7 +2,8 @@
 // Body of particles, its parameter rows and the ids of its connected sources, colliders
 // and forces; SolverMainLoop calls step() once a substep. Data and particles live in
 // granularparticlesystem.cpp, the rows in granularparams.cpp, the step's passes in
-// granularstep.cpp and the CPU solve in granularsolve.cpp.
+// granularstep.cpp, and the CPU solve in granularsolve.cpp, granulariterate.cpp,
+// granularintegrate.cpp and (its constraints) granularconstraints.cpp.
 #pragma once
 
 #include "app/sceneobject.h"
@@ -24,6 +25,12 @@ public:
     static constexpr uint8_t kFlagDeleted = 1;
     static constexpr uint8_t kFlagSleeping = 2;
     static constexpr uint8_t kFlagConstrained = 4;
+
+    // Pair cut-off in radii: touching (2r) and a sixteenth of a diameter more, where only
+    // friction and attraction act.
+    static constexpr float kPairReach = 2.125f;
+    // Colours of the column colouring that lets the iteration pass run in parallel.
+    static constexpr int kColumnColours = 4;
 
     // Handles to the Body's channels; null where a channel is missing.
     struct Channels {
@@ -101,9 +108,12 @@ public:
     // Frees the device copy of the particles, if there is one.
     void releaseDeviceState();
 
-    // --- CPU solve (granularsolve.cpp), stages in the order solveOnCpu runs them
+    // --- CPU solve, stages in the order solveOnCpu runs them (granularsolve.cpp; the
+    // iteration pass in granulariterate.cpp, the integration pass in granularintegrate.cpp)
 
     void solveOnCpu();
+    // Rebuilds the constraint lists of the particles from firstIndex on (this, relink and
+    // constraintPass are in granularconstraints.cpp).
     void createConstraints(int firstIndex);
     // The neighbour search with cells of `cellSize`: the five stages below, in order.
     void searchNeighbours(float cellSize);
@@ -112,6 +122,7 @@ public:
     void groupBlocks();
     void reorder();
     void findNeighbours();
+    // Adds links between slow neighbours, every relinkEveryNthStep substeps of a frame.
     void relink();
     bool checkNaN();
     void iterate(int iteration);
@@ -193,9 +204,10 @@ public:
     std::vector<uint32_t> hashOrder;    // hash slot -> particle index
     std::vector<uint32_t> cellStart;    // by bucket, kEmptyBucket when empty
     std::vector<uint32_t> cellEnd;      // by bucket
-    // The solver's slots: the particles grouped by block (granularsolve.cpp), so that the
-    // neighbours of a slot lie close to it in memory. sortedPos, sortedVel, sortedFlags and
-    // the `neighbs` channel are indexed by slot, and `neighbs` lists slots.
+    // The solver's slots: the particles grouped by column and block (granularsolve.cpp), so
+    // that the neighbours of a slot lie close to it in memory. sortedPos, sortedVel,
+    // sortedFlags, sortedContacts and the `neighbs` channel are indexed by slot, and
+    // `neighbs` lists slots.
     std::vector<uint32_t> sortedOrder;  // slot -> particle index
     std::vector<uint32_t> sortedSlot;   // particle index -> slot
     VecArray sortedPos;                 // the solver's working copy of positions
@@ -203,14 +215,21 @@ public:
     std::vector<uint8_t> sortedFlags;   // kFlag... bits
     std::vector<int32_t> sortedContacts; // numContacts during the solve
     std::vector<uint32_t> bucketSlots;  // hash slot -> slot
-    // Block colouring of the iteration pass: each slot's block key (colour in the top bits),
-    // the units (runs of one key, relaxed in order by one thread) and the first unit of each
-    // colour.
+    std::vector<uint32_t> bucketTable;  // per thread: the bucket ranges round one block
+    // Column colouring of the iteration pass: each slot's sort key (colour in the top bits),
+    // the units (columns, whose slots one thread relaxes in order) and the first unit of
+    // each colour.
     std::vector<uint32_t> blockKeys;
     std::vector<uint32_t> unitStart;
     std::vector<uint32_t> colourStart;
-    int32_t blockCells = 0;             // block edge in cells, chosen per substep
+    int32_t blockCells = 0;             // column width and block edge in cells, chosen per substep
     std::vector<int32_t> compactIndex;  // by particle index: new index, -1 when deleted
+    // Constraint creation's own hash, with cells of the search distance.
+    ParticleHash linkHash;
+    std::vector<uint32_t> linkKeys;       // sorted bucket keys
+    std::vector<uint32_t> linkOrder;      // hash slot -> particle index
+    std::vector<uint32_t> linkCellStart;  // by bucket, kEmptyBucket when empty
+    std::vector<uint32_t> linkCellEnd;    // by bucket
 
     // --- Device path
 

@@ -6,6 +6,9 @@
 #include "app/globals.h"
 #include "app/simstate.h"
 #include "particles/cudahost.h"
+#include "particles/force.h"
+#include "particles/granulartraits.h"
+#include "particles/particleview.h"
 
 #include <algorithm>
 #include <type_traits>
@@ -51,8 +54,11 @@ void GranularParticleSystem::step()
     if (simState->collideGround) groundPass();
 }
 
-// Each entry of sourceIds emits into this system here.
-void GranularParticleSystem::emitPass() {}
+// Each entry of sourceIds emits into this system (the shared routine of emission.h).
+void GranularParticleSystem::emitPass()
+{
+    emitFromSources(*this);
+}
 
 void GranularParticleSystem::solvePass()
 {
@@ -87,11 +93,17 @@ void GranularParticleSystem::forcePass()
     }
 }
 
-// Each entry of forceIds adds its force to `force` here.
-void GranularParticleSystem::applyForces() {}
+// Each entry of forceIds adds its force to `force` (or drags `v`, as wind).
+void GranularParticleSystem::applyForces()
+{
+    Force::applyAll(forceIds, particleView(*this));
+}
 
-// The connected colliders push, stick, wake and delete particles here.
-void GranularParticleSystem::collidePass() {}
+// The connected colliders push, stick, wake and delete particles (collidepass.h).
+void GranularParticleSystem::collidePass()
+{
+    ::collidePass(*this);
+}
 
 void GranularParticleSystem::compact()
 {
