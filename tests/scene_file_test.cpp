@@ -3,6 +3,7 @@
 #include "testenv.h"
 
 #include "particles/dumbparticlesystem.h"
+#include "particles/force.h"
 #include "particles/granularparticlesystem.h"
 
 #include <gtest/gtest.h>
@@ -58,6 +59,10 @@ protected:
         d->params.get("mass")->text = "frame * 0.1";
         simulation->globalSettings->params.get("endFrame")->text = "48";
         g->connectById(d->id); // not a source, collider or force: refused
+        Force* f = simulation->createForce("wind");
+        f->params.get("strength") ? (void)(f->params.get("strength")->text = "3") : (void)0;
+        g->connectForce(f);
+        d->connectForce(f);
     }
     fs::path dir;
 };
@@ -92,6 +97,11 @@ TEST_F(SceneFileTest, RowsAndNamesSurvive)
     EXPECT_EQ(simulation->globalSettings->params.get("endFrame")->text, "48");
     EXPECT_EQ(simState->endFrame, 48);
     EXPECT_EQ(simulation->findByName("sand"), &g);
+    ASSERT_EQ(simulation->forces.size(), 1u);
+    ASSERT_EQ(g.forceIds.size(), 1u);
+    EXPECT_EQ(simulation->objectById(g.forceIds[0])->name, "wind");
+    ASSERT_EQ(simulation->dumbSystems[0]->forceIds.size(), 1u);
+    EXPECT_TRUE(g.colliderIds.empty());
 }
 
 TEST_F(SceneFileTest, BrokenFilesReportAndLeaveAnEmptyScene)

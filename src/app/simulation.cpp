@@ -10,6 +10,7 @@
 #include "io/scenefile.h"
 #include "params/paths.h"
 #include "particles/dumbparticlesystem.h"
+#include "particles/force.h"
 #include "particles/granularparticlesystem.h"
 #include "particles/particleimport.h"
 
@@ -54,6 +55,7 @@ void Simulation::clear()
 {
     dumbSystems.clear();
     granularSystems.clear();
+    forces.clear();
     selection.clear();
     objectsById.clear();
     typesById.clear();
@@ -88,6 +90,15 @@ DumbParticleSystem* Simulation::createDumbSystem(const std::string& name)
     dumbSystems.push_back(d);
     std::srand(1); // a new system restarts the run's random stream
     return d;
+}
+
+Force* Simulation::createForce(const std::string& name)
+{
+    auto force = std::make_unique<Force>();
+    Force* f = force.get();
+    registerObject(std::move(force), name);
+    forces.push_back(f);
+    return f;
 }
 
 int Simulation::registerObject(std::unique_ptr<SceneObject> object, const std::string& wantedName)

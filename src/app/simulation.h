@@ -12,6 +12,7 @@ class SceneObject;
 class GlobalSettings;
 class GranularParticleSystem;
 class DumbParticleSystem;
+class Force;
 class NodeMaster;
 
 struct SelectionEntry {
@@ -30,6 +31,7 @@ public:
     GlobalSettings* globalSettings = nullptr;
     std::vector<DumbParticleSystem*> dumbSystems;
     std::vector<GranularParticleSystem*> granularSystems;
+    std::vector<Force*> forces;
     std::vector<SelectionEntry> selection;
     std::vector<std::string> typeNames;
     std::vector<SceneObject*> objectsById;
@@ -55,6 +57,7 @@ public:
     // Creates and registers a granular system; the name is made unique.
     GranularParticleSystem* createGranularSystem(const std::string& name = "granular1");
     DumbParticleSystem* createDumbSystem(const std::string& name = "dumb1");
+    Force* createForce(const std::string& name = "force1");
     // Takes ownership, gives the object a unique name and the next id; answers the id.
     int registerObject(std::unique_ptr<SceneObject> object, const std::string& wantedName);
     SceneObject* objectById(int id) const;

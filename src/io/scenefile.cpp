@@ -8,6 +8,7 @@
 #include "app/simstate.h"
 #include "app/simulation.h"
 #include "particles/dumbparticlesystem.h"
+#include "particles/force.h"
 #include "particles/granularparticlesystem.h"
 
 #include <tinyxml2.h>
@@ -39,6 +40,10 @@ struct Kind {
     std::function<SceneObject*(Simulation&)> create;
     // The links a system keeps to colliders, sources and forces; null for other kinds.
     std::function<ObjectLinks*(SceneObject*)> links;
+    // The geometry objects a source, collider or force reads; null for other kinds.
+    std::function<std::vector<int32_t>*(SceneObject*)> geometry;
+    // The word of the message when a geometry link names nothing ("Source", ...).
+    const char* geometryWord = "";
 };
 
 template <class T>
@@ -58,6 +63,9 @@ const std::vector<Kind>& kinds()
          [](Simulation& s) { return asObjects(s.granularSystems); },
          [](Simulation& s) -> SceneObject* { return s.createGranularSystem(""); },
          [](SceneObject* o) -> ObjectLinks* { return static_cast<GranularParticleSystem*>(o); }},
+        {"forces", "forces", "Force_", [](Simulation& s) { return asObjects(s.forces); },
+         [](Simulation& s) -> SceneObject* { return s.createForce(""); }, nullptr,
+         [](SceneObject* o) { return &static_cast<Force*>(o)->geometryIds; }, "Force"},
     };
     return table;
 }
@@ -114,14 +122,21 @@ void connect(Simulation& s, const std::string& name, const XMLElement* element)
             std::printf("connection node1 is null\n");
             continue;
         }
-        ObjectLinks* links = nullptr;
-        for (const Kind& k : kinds())
-            if (k.links && !links) {
-                const auto list = k.objects(s);
-                if (std::find(list.begin(), list.end(), first) != list.end()) links = k.links(first);
-            }
-        if (!links) continue;
+        const Kind* kind = nullptr;
+        for (const Kind& k : kinds()) {
+            const auto list = k.objects(s);
+            if (!kind && std::find(list.begin(), list.end(), first) != list.end()) kind = &k;
+        }
+        if (!kind) continue;
         const SceneObject* second = s.findByName(text);
+        if (kind->geometry) {
+            if (tag != "inputObject") continue;
+            if (second) *kind->geometry(first) = {second->id};
+            else std::printf("there's a problem. %s\n", kind->geometryWord);
+            continue;
+        }
+        ObjectLinks* links = kind->links ? kind->links(first) : nullptr;
+        if (!links) continue;
         if (tag == "inputSource") links->connectByType(kTypeSource, second ? second->id : -1);
         else if (tag == "inputCollider") links->connectByType(kTypeCollider, second ? second->id : -1);
         else if (tag == "inputForce") links->connectByType(kTypeForce, second ? second->id : -1);
@@ -184,6 +199,7 @@ bool save(Simulation& s, const std::string& path)
                 writeLinks(doc, e, "inputSource", s, l->sourceIds);
                 writeLinks(doc, e, "inputForce", s, l->forceIds);
             }
+            if (k.geometry) writeLinks(doc, e, "inputObject", s, *k.geometry(o));
             list->InsertEndChild(e);
         }
     }

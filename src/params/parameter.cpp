@@ -23,10 +23,14 @@ namespace {
 bool readsAsNumber(const std::string& s, double& out)
 {
     if (s.empty()) return false;
-    const char* begin = s.c_str();
-    char* end = nullptr;
-    out = std::strtod(begin, &end);
-    return end != begin && size_t(end - begin) == s.size();
+    const char* begin = s.data();
+    const char* end = begin + s.size();
+    // from_chars is the fast road for plain decimals; strtod also takes "+1", " 1", hex.
+    const auto r = std::from_chars(begin, end, out);
+    if (r.ec == std::errc() && r.ptr == end) return true;
+    char* stop = nullptr;
+    out = std::strtod(s.c_str(), &stop);
+    return stop != s.c_str() && size_t(stop - s.c_str()) == s.size();
 }
 
 // atof-like: the leading number of `s`, 0 if there is none.
@@ -173,7 +177,8 @@ void Parameter::evaluate(float frame, int substep)
     bool haveResult = false;
 
     double literal = 0.0;
-    if (readsAsNumber(text, literal)) {
+    const bool isNumber = readsAsNumber(text, literal);
+    if (isNumber) {
         // 9: a plain number.
         isLiteral = true;
     } else if (numeric) {
@@ -224,8 +229,8 @@ void Parameter::evaluate(float frame, int substep)
         hasExpression = true;
         if (isPerPoint) valueChanged = true;
     }
-    // 15
-    apply(haveResult, result, work);
+    // 15: a literal's number is already parsed when the text needed no substitution.
+    applyText(haveResult, result, work, isNumber && !substituted ? &literal : nullptr);
 }
 
 void Parameter::applyNumber(double v)
@@ -278,6 +283,11 @@ void Parameter::applyList(bool haveNumber, double num, const std::string& txt)
 
 void Parameter::apply(bool haveNumber, double num, const std::string& txt)
 {
+    applyText(haveNumber, num, txt, nullptr);
+}
+
+void Parameter::applyText(bool haveNumber, double num, const std::string& txt, const double* parsedText)
+{
     if (!value) return;
     switch (type) {
     case kParamBool: {
@@ -288,7 +298,7 @@ void Parameter::apply(bool haveNumber, double num, const std::string& txt)
     }
     case kParamInt:
     case kParamFloat:
-        applyNumber(haveNumber ? num : leadingNumber(txt));
+        applyNumber(haveNumber ? num : parsedText ? *parsedText : leadingNumber(txt));
         break;
     case kParamString:
     case kParamPath:

@@ -103,6 +103,8 @@ public:
     static std::string trimmedNumber(double v);
 
 private:
+    // apply, with the text's number when the caller has parsed it already.
+    void applyText(bool haveNumber, double number, const std::string& text, const double* parsedText);
     void applyNumber(double v);
     void applyList(bool haveNumber, double number, const std::string& text);
     void writeKeysToText();

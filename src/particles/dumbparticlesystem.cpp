@@ -3,6 +3,8 @@
 
 #include "app/globals.h"
 #include "app/simstate.h"
+#include "particles/force.h"
+#include "particles/particleview.h"
 
 #include <algorithm>
 #include <cmath>
@@ -159,8 +161,10 @@ void DumbParticleSystem::forcePass()
     }
 }
 
-// Connected forces add to `force` here once the shared force pass is wired to this system.
-void DumbParticleSystem::applyForces() {}
+void DumbParticleSystem::applyForces()
+{
+    Force::applyAll(forceIds, particleView(*this));
+}
 
 void DumbParticleSystem::groundPass()
 {
