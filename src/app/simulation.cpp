@@ -10,7 +10,11 @@
 #include "io/scenefile.h"
 #include "params/paths.h"
 #include "particles/dumbparticlesystem.h"
+#include "particles/collisionobject.h"
 #include "particles/force.h"
+#include "particles/objectsdf.h"
+#include "particles/source.h"
+#include "io/object.h"
 #include "particles/granularparticlesystem.h"
 #include "particles/particleimport.h"
 
@@ -56,6 +60,9 @@ void Simulation::clear()
     dumbSystems.clear();
     granularSystems.clear();
     forces.clear();
+    objects.clear();
+    sources.clear();
+    colliders.clear();
     selection.clear();
     objectsById.clear();
     typesById.clear();
@@ -99,6 +106,141 @@ Force* Simulation::createForce(const std::string& name)
     registerObject(std::move(force), name);
     forces.push_back(f);
     return f;
+}
+
+namespace {
+template <class T, class List>
+T* makeObject(Simulation& s, List& list, const std::string& name)
+{
+    auto object = std::make_unique<T>();
+    T* raw = object.get();
+    s.registerObject(std::move(object), name);
+    list.push_back(raw);
+    return raw;
+}
+
+template <class T>
+bool dropFrom(std::vector<T*>& list, const SceneObject* object)
+{
+    const auto it = std::find(list.begin(), list.end(), object);
+    if (it == list.end()) return false;
+    list.erase(it);
+    return true;
+}
+} // namespace
+
+Source* Simulation::createSource(const std::string& name) { return makeObject<Source>(*this, sources, name); }
+
+CollisionObject* Simulation::createCollider(const std::string& name)
+{
+    return makeObject<CollisionObject>(*this, colliders, name);
+}
+
+Object* Simulation::createObject(const std::string& name) { return makeObject<Object>(*this, objects, name); }
+
+void Simulation::removeObject(SceneObject* object)
+{
+    if (!object || object == globalSettings) return;
+    dropFrom(objects, object) || dropFrom(sources, object) || dropFrom(colliders, object) ||
+        dropFrom(forces, object) || dropFrom(dumbSystems, object) || dropFrom(granularSystems, object);
+    if (object->id >= 0 && size_t(object->id) < objectsById.size()) objectsById[size_t(object->id)] = nullptr;
+    selection.erase(std::remove_if(selection.begin(), selection.end(),
+                                   [&](const SelectionEntry& e) { return e.id == object->id; }),
+                    selection.end());
+    owned.erase(std::remove_if(owned.begin(), owned.end(),
+                               [&](const std::unique_ptr<SceneObject>& o) { return o.get() == object; }),
+                owned.end());
+}
+
+namespace {
+// What a source, collider or force needs for its geometry: its path, scale and ids.
+struct GeometryOwner {
+    std::string* filePath = nullptr;
+    float readScale = 1.f;
+    std::vector<int32_t>* ids = nullptr;
+    const char* role = "";
+};
+
+GeometryOwner geometryOwner(SceneObject* o)
+{
+    GeometryOwner g;
+    if (auto* src = dynamic_cast<Source*>(o)) g = {&src->filePath, src->readScale, &src->geometryIds, " as emission volume."};
+    else if (auto* c = dynamic_cast<CollisionObject*>(o))
+        g = {&c->filePath, c->readScale, &c->geometryIds, " as collision volume."};
+    else if (auto* f = dynamic_cast<Force*>(o)) g = {&f->filePath, 1.f, &f->geometryIds, " as volume."};
+    return g;
+}
+} // namespace
+
+bool Simulation::connectObject(const std::string& name, bool rebuild)
+{
+    SceneObject* owner = findByName(name);
+    const GeometryOwner g = geometryOwner(owner);
+    if (!owner || owner->id < 0 || !g.ids || g.filePath->empty()) return false;
+    const float frame = simState ? simState->frameF : 0.f;
+    Object* object = g.ids->empty() ? nullptr : dynamic_cast<Object*>(objectById((*g.ids)[0]));
+    if (object) {
+        if (object->filePath == *g.filePath) return true;
+        object->filePath = *g.filePath;
+        object->readScale = g.readScale;
+        const bool loaded = object->loadGeometry(*g.filePath, frame) == 0;
+        if (!loaded && owner->typeCode == kTypeSource) {
+            removeObject(object);
+            g.ids->clear();
+            return false;
+        }
+        if (loaded && rebuild) {
+            if (auto* src = dynamic_cast<Source*>(owner)) prepareObjectSdf(*object, src->sdfSettings(), true, false);
+            if (auto* c = dynamic_cast<CollisionObject*>(owner)) prepareObjectSdf(*object, c->sdfSettings(), true, false);
+        }
+    } else {
+        object = createObject(fileStem(*g.filePath));
+        object->filePath = *g.filePath;
+        object->params.get("filePath")->text = *g.filePath;
+        object->readScale = g.readScale;
+        if (object->loadGeometry(*g.filePath, frame) != 0) {
+            removeObject(object);
+            return false;
+        }
+        if (auto* src = dynamic_cast<Source*>(owner)) {
+            if (src->sourceType == Source::kPlane) src->sourceType = Source::kVolume;
+            if (Parameter* row = src->params.get("sourceType")) row->refreshText(true);
+        } else if (auto* f = dynamic_cast<Force*>(owner)) {
+            f->forceType = 2;
+            if (Parameter* row = f->params.get("forceType")) row->refreshText(true);
+        }
+        *g.ids = {object->id};
+    }
+    std::printf("Object %s connected to %s%s\n", object->name.c_str(), owner->name.c_str(), g.role);
+    return true;
+}
+
+int Simulation::pruneObjects()
+{
+    auto referenced = [&](int id) {
+        for (Source* src : sources)
+            if (std::count(src->geometryIds.begin(), src->geometryIds.end(), id)) return true;
+        for (CollisionObject* c : colliders)
+            if (std::count(c->geometryIds.begin(), c->geometryIds.end(), id)) return true;
+        for (Force* f : forces)
+            if (std::count(f->geometryIds.begin(), f->geometryIds.end(), id)) return true;
+        return false;
+    };
+    int removed = 0;
+    for (Object* o : std::vector<Object*>(objects))
+        if (!referenced(o->id)) {
+            removeObject(o);
+            ++removed;
+        }
+    return removed;
+}
+
+void Simulation::updateClassicObjects(float frameF)
+{
+    for (CollisionObject* c : colliders) c->updateGeometry(frameF);
+    for (Source* src : sources) src->updateGeometry(frameF);
+    for (Source* src : sources) src->updateMatrices();
+    for (CollisionObject* c : colliders) c->updateMatrices();
 }
 
 int Simulation::registerObject(std::unique_ptr<SceneObject> object, const std::string& wantedName)
@@ -183,7 +325,10 @@ void Simulation::evaluateParameters(float frame, int substep)
         if (o && o != globalSettings) o->evaluateParameters(frame, substep);
 }
 
-void Simulation::updateSourceTransforms() {}
+void Simulation::updateSourceTransforms()
+{
+    for (Source* src : sources) src->updateMatrices();
+}
 
 size_t Simulation::particleCount() const
 {
@@ -271,6 +416,8 @@ void Simulation::readCaches()
 
 void Simulation::resetAll()
 {
+    for (Source* src : sources) src->resetEmission();
+    for (CollisionObject* c : colliders) c->resetState();
     for (DumbParticleSystem* d : dumbSystems) d->reset(true);
     for (GranularParticleSystem* g : granularSystems) g->reset();
 }

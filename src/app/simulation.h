@@ -13,6 +13,9 @@ class GlobalSettings;
 class GranularParticleSystem;
 class DumbParticleSystem;
 class Force;
+class Source;
+class CollisionObject;
+class Object;
 class NodeMaster;
 
 struct SelectionEntry {
@@ -31,6 +34,9 @@ public:
     GlobalSettings* globalSettings = nullptr;
     std::vector<DumbParticleSystem*> dumbSystems;
     std::vector<GranularParticleSystem*> granularSystems;
+    std::vector<Object*> objects;
+    std::vector<Source*> sources;
+    std::vector<CollisionObject*> colliders;
     std::vector<Force*> forces;
     std::vector<SelectionEntry> selection;
     std::vector<std::string> typeNames;
@@ -58,6 +64,19 @@ public:
     GranularParticleSystem* createGranularSystem(const std::string& name = "granular1");
     DumbParticleSystem* createDumbSystem(const std::string& name = "dumb1");
     Force* createForce(const std::string& name = "force1");
+    Source* createSource(const std::string& name = "source1");
+    CollisionObject* createCollider(const std::string& name = "collider1");
+    Object* createObject(const std::string& name = "object1");
+    // Deletes an object of any kind: out of its list and the registry (its id stays unused).
+    void removeObject(SceneObject* object);
+    // Ties the source, collider or force called `name` to a geometry object for the file its
+    // path names, making and loading the object when needed. false when nothing was tied.
+    bool connectObject(const std::string& name, bool rebuild);
+    // Geometry objects that nothing refers to are removed; answers how many.
+    int pruneObjects();
+    // The update step for colliders and sources: geometry to the frame, then the
+    // sources' and the colliders' transform matrices.
+    void updateClassicObjects(float frameF);
     // Takes ownership, gives the object a unique name and the next id; answers the id.
     int registerObject(std::unique_ptr<SceneObject> object, const std::string& wantedName);
     SceneObject* objectById(int id) const;

@@ -150,8 +150,7 @@ void SolverMainLoop::updateObjects()
         QMutexLocker lock(&objectMutex);
         simulation->evaluateParameters(s.frameF, s.substep);
     }
-    // Colliders, sources and forces hand their fields to their geometry objects here.
-    simulation->updateSourceTransforms();
+    simulation->updateClassicObjects(s.frameF);
     if (simulation->globalSettings) s.collideGround = simulation->globalSettings->collideGround;
 }
 

@@ -115,7 +115,11 @@ void sleepMs(int ms)
 
 } // namespace
 
-Object::Object() : SceneObject(kTypeObject) {}
+Object::Object() : SceneObject(kTypeObject)
+{
+    params.add(Parameter(&name, "nodeName", "Object Name", kParamObjectName));
+    params.add(Parameter(&filePath, "filePath", "File Path", kParamPath, "The geometry file (.obj or .sd)."));
+}
 
 void Object::buildPose(double M[16]) const
 {

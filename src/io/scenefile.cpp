@@ -8,7 +8,10 @@
 #include "app/simstate.h"
 #include "app/simulation.h"
 #include "particles/dumbparticlesystem.h"
+#include "io/object.h"
+#include "particles/collisionobject.h"
 #include "particles/force.h"
+#include "particles/source.h"
 #include "particles/granularparticlesystem.h"
 
 #include <tinyxml2.h>
@@ -58,16 +61,35 @@ const std::vector<Kind>& kinds()
         {"dumbParticleSystems", "dumbParticleSystems", "DumbParticleSystem_",
          [](Simulation& s) { return asObjects(s.dumbSystems); },
          [](Simulation& s) -> SceneObject* { return s.createDumbSystem(""); },
-         [](SceneObject* o) -> ObjectLinks* { return static_cast<DumbParticleSystem*>(o); }},
+         [](SceneObject* o) -> ObjectLinks* { return static_cast<DumbParticleSystem*>(o); }, nullptr, ""},
         {"granularParticleSystems", "granularParticleSystems", "GranularParticleSystem_",
          [](Simulation& s) { return asObjects(s.granularSystems); },
          [](Simulation& s) -> SceneObject* { return s.createGranularSystem(""); },
-         [](SceneObject* o) -> ObjectLinks* { return static_cast<GranularParticleSystem*>(o); }},
+         [](SceneObject* o) -> ObjectLinks* { return static_cast<GranularParticleSystem*>(o); }, nullptr, ""},
+        {"objects", "objects", "Object_", [](Simulation& s) { return asObjects(s.objects); },
+         [](Simulation& s) -> SceneObject* { return s.createObject(""); }, nullptr, nullptr, ""},
+        {"sources", "sources", "Source_", [](Simulation& s) { return asObjects(s.sources); },
+         [](Simulation& s) -> SceneObject* { return s.createSource(""); }, nullptr,
+         [](SceneObject* o) { return &static_cast<Source*>(o)->geometryIds; }, "Source"},
+        {"colliders", "colliders", "Collider_", [](Simulation& s) { return asObjects(s.colliders); },
+         [](Simulation& s) -> SceneObject* { return s.createCollider(""); }, nullptr,
+         [](SceneObject* o) { return &static_cast<CollisionObject*>(o)->geometryIds; }, "Collider"},
         {"forces", "forces", "Force_", [](Simulation& s) { return asObjects(s.forces); },
          [](Simulation& s) -> SceneObject* { return s.createForce(""); }, nullptr,
          [](SceneObject* o) { return &static_cast<Force*>(o)->geometryIds; }, "Force"},
     };
     return table;
+}
+
+// Connections come sources, colliders, forces first, then the systems.
+std::vector<const Kind*> connectionKinds()
+{
+    std::vector<const Kind*> out;
+    for (const Kind& k : kinds())
+        if (k.geometry) out.push_back(&k);
+    for (const Kind& k : kinds())
+        if (k.links) out.push_back(&k);
+    return out;
 }
 
 // Row texts to attributes: every row, defaults included, in the set's order.
@@ -188,7 +210,8 @@ bool save(Simulation& s, const std::string& path)
 
     XMLElement* connections = doc.NewElement("connections");
     root->InsertEndChild(connections);
-    for (const Kind& k : kinds()) {
+    for (const Kind* kp : connectionKinds()) {
+        const Kind& k = *kp;
         XMLElement* list = doc.NewElement(k.connectionsTag);
         connections->InsertEndChild(list);
         int n = 0;
@@ -266,20 +289,29 @@ int load(Simulation& s, const std::string& path)
             applyParameters(e, o->params);
             if (o->id >= 0 && size_t(o->id) < s.namesById.size()) s.namesById[size_t(o->id)] = o->name;
             tagToName[e->Name()] = o->name;
+            if (auto* object = dynamic_cast<Object*>(o))
+                if (!object->filePath.empty()) object->loadGeometry(object->filePath, simState ? simState->frameF : 0.f);
         }
     }
 
     std::printf("\nloading connections...\n");
     if (const XMLElement* connections = root->FirstChildElement("connections")) {
-        for (const Kind& k : kinds()) {
-            const XMLElement* list = connections->FirstChildElement(k.connectionsTag);
+        for (const Kind* k : connectionKinds()) {
+            const XMLElement* list = connections->FirstChildElement(k->connectionsTag);
             for (const XMLElement* e = list ? list->FirstChildElement() : nullptr; e; e = e->NextSiblingElement()) {
                 const auto it = tagToName.find(e->Name());
                 connect(s, it == tagToName.end() ? std::string() : it->second, e);
             }
         }
     }
+    const int removed = s.pruneObjects();
+    if (removed != 0) {
+        std::printf("Warning! Unconnected node(s) detected.\n");
+        std::printf("removed %d unreferenced nodes.\n", removed);
+    }
     if (simState) simState->dt = 0.f;
+    for (Source* src : std::vector<Source*>(s.sources)) s.connectObject(src->name, false);
+    for (CollisionObject* c : std::vector<CollisionObject*>(s.colliders)) s.connectObject(c->name, false);
     return 0;
 }
 

@@ -3,6 +3,7 @@
 
 #include "app/globals.h"
 #include "app/simstate.h"
+#include "particles/dumbtraits.h"
 #include "particles/force.h"
 #include "particles/particleview.h"
 
@@ -118,10 +119,23 @@ void DumbParticleSystem::step()
     applyForces();
     if (!simState || simState->collideGround) groundPass();
     collidePass();
+    removeDeleted();
 }
 
-// Sources emit here once the shared emission pass is wired to this system.
-void DumbParticleSystem::emitPass() {}
+void DumbParticleSystem::removeDeleted()
+{
+    PointData& pts = *body->points;
+    const BitArray* deleted = pts.attribAs<BitArray>("deleted");
+    if (!deleted) return;
+    // From the back, so that the point moved into a freed slot has been looked at already.
+    for (size_t i = pts.size(); i-- > 0;)
+        if (deleted->get(i)) pts.removePoint(i);
+}
+
+void DumbParticleSystem::emitPass()
+{
+    emitFromSources(*this);
+}
 
 void DumbParticleSystem::integrate()
 {
@@ -186,5 +200,7 @@ void DumbParticleSystem::groundPass()
     }
 }
 
-// Connected colliders act here once the shared collide pass is wired to this system.
-void DumbParticleSystem::collidePass() {}
+void DumbParticleSystem::collidePass()
+{
+    ::collidePass(*this);
+}

@@ -54,4 +54,6 @@ public:
     void applyForces();
     void groundPass();
     void collidePass();
+    // Sinks mark particles; they leave at the end of the substep (order is not kept).
+    void removeDeleted();
 };
