@@ -402,10 +402,12 @@ void readSystemCache(System& system)
 void Simulation::writeCaches()
 {
     if (!globalSettings) return;
+    const int64_t start = SimState::nowNs();
     for (const DumbParticleSystem* d : dumbSystems)
         if (d->enabled) writeSystemCache(*d);
     for (const GranularParticleSystem* g : granularSystems)
         if (g->enabled) writeSystemCache(*g);
+    cacheSeconds += double(SimState::nowNs() - start) / 1e9;
 }
 
 void Simulation::readCaches()

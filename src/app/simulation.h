@@ -49,6 +49,8 @@ public:
     std::string sceneExtension = "qrv";
     std::string programName = "Qorva";
     NodeMaster* nodeMaster = nullptr;
+    // Solver-thread seconds spent handing caches over (snapshots or direct writes).
+    double cacheSeconds = 0.0;
     // The graph's root as read from the last scene, kept until the graph loads it itself.
     std::string keptGraphXml;
 
