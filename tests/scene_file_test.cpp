@@ -3,7 +3,10 @@
 #include "testenv.h"
 
 #include "particles/dumbparticlesystem.h"
+#include "io/object.h"
+#include "particles/collisionobject.h"
 #include "particles/force.h"
+#include "particles/source.h"
 #include "particles/granularparticlesystem.h"
 
 #include <gtest/gtest.h>
@@ -102,6 +105,60 @@ TEST_F(SceneFileTest, RowsAndNamesSurvive)
     EXPECT_EQ(simulation->objectById(g.forceIds[0])->name, "wind");
     ASSERT_EQ(simulation->dumbSystems[0]->forceIds.size(), 1u);
     EXPECT_TRUE(g.colliderIds.empty());
+}
+
+TEST_F(SceneFileTest, GeometryLinksSurviveAndUnusedObjectsArePruned)
+{
+    const std::string ramp = std::string(QORVA_SOURCE_DIR) + "/geo/ramp.obj";
+    CollisionObject* c = simulation->createCollider("ramp");
+    c->params.get("filePath")->text = ramp;
+    Source* src = simulation->createSource("pour");
+    GranularParticleSystem* g = simulation->createGranularSystem("sand");
+    g->connectCollider(c);
+    g->connectSource(src);
+    for (SceneObject* o : simulation->objectsById)
+        if (o) o->evaluateParameters(0, 0);
+    testing::internal::CaptureStdout();
+    ASSERT_TRUE(simulation->connectObject("ramp", false));
+    testing::internal::GetCapturedStdout();
+    ASSERT_EQ(simulation->objects.size(), 1u);
+    simulation->createObject("orphan"); // nothing refers to it
+    const fs::path a = dir / "links.qrv";
+    ASSERT_TRUE(simulation->saveScene(a.string()));
+    EXPECT_NE(readFile(a).find("Object_1"), std::string::npos) << "an unused object is still saved";
+
+    std::string out;
+    ASSERT_EQ(quietLoad(a, &out), 0);
+    EXPECT_NE(out.find("Warning! Unconnected node(s) detected."), std::string::npos);
+    EXPECT_NE(out.find("removed 1 unreferenced nodes."), std::string::npos);
+    ASSERT_EQ(simulation->colliders.size(), 1u);
+    ASSERT_EQ(simulation->objects.size(), 1u);
+    CollisionObject* loaded = simulation->colliders[0];
+    ASSERT_EQ(loaded->geometryIds.size(), 1u);
+    const auto* object = dynamic_cast<Object*>(simulation->objectById(loaded->geometryIds[0]));
+    ASSERT_NE(object, nullptr);
+    EXPECT_EQ(object->filePath, ramp);
+    EXPECT_FALSE(object->meshes.empty()) << "the geometry was loaded";
+    const GranularParticleSystem& sand = *simulation->granularSystems[0];
+    ASSERT_EQ(sand.colliderIds.size(), 1u);
+    EXPECT_EQ(sand.colliderIds[0], loaded->id);
+    ASSERT_EQ(sand.sourceIds.size(), 1u);
+    EXPECT_EQ(simulation->objectById(sand.sourceIds[0])->name, "pour");
+}
+
+TEST_F(SceneFileTest, LinkToNothingIsReportedAndSkipped)
+{
+    writeFile(dir / "dangling.qrv",
+              "<Qorva><nodes><colliders><Collider_0 nodeName=\"c\"/></colliders></nodes><connections><colliders>"
+              "<Collider_0><inputObject>ghost</inputObject></Collider_0></colliders><granularParticleSystems>"
+              "<GranularParticleSystem_0><inputSource>x</inputSource></GranularParticleSystem_0>"
+              "</granularParticleSystems></connections></Qorva>");
+    std::string out;
+    ASSERT_EQ(quietLoad(dir / "dangling.qrv", &out), 0);
+    EXPECT_NE(out.find("there's a problem. Collider"), std::string::npos);
+    EXPECT_NE(out.find("connection node1 is null"), std::string::npos);
+    ASSERT_EQ(simulation->colliders.size(), 1u);
+    EXPECT_TRUE(simulation->colliders[0]->geometryIds.empty());
 }
 
 TEST_F(SceneFileTest, BrokenFilesReportAndLeaveAnEmptyScene)
