@@ -11,7 +11,7 @@
 #include <algorithm>
 #include <cstdio>
 
-CollisionObject::CollisionObject() : SceneObject(kTypeCollider)
+CollisionObject::CollisionObject() : PlacedObject(kTypeCollider)
 {
     buildParameters();
 }
@@ -28,16 +28,7 @@ void CollisionObject::buildParameters()
         return p.add(Parameter(field, key, label, type, tip));
     };
 
-    row(&name, "nodeName", "Object Name", kParamObjectName);
-    row(&translateX, "translateX", "Translate X", kParamFloat);
-    row(&translateY, "translateY", "Translate Y", kParamFloat);
-    row(&translateZ, "translateZ", "Translate Z", kParamFloat);
-    row(&rotateX, "rotateX", "Rotation X", kParamFloat);
-    row(&rotateY, "rotateY", "Rotation Y", kParamFloat);
-    row(&rotateZ, "rotateZ", "Rotation Z", kParamFloat);
-    row(&scaleX, "scaleX", "Scale X", kParamFloat);
-    row(&scaleY, "scaleY", "Scale Y", kParamFloat);
-    row(&scaleZ, "scaleZ", "Scale Z", kParamFloat);
+    addNameAndTransformRows();
 
     p.addSpecial(102, "Particle Interaction:");
     row(&collide, "collide", "Enable Collision", kParamBool, "Turn collisions on or off.");
@@ -119,28 +110,6 @@ void CollisionObject::buildParameters()
     row(&visible, "visible", "Visibilty", kParamBool, "Controllable with Ctrl+h and Shift+h in the viewport.");
 
     for (Parameter& r : p.parameters) r.text = r.defaultText;
-}
-
-void CollisionObject::evaluateParameters(float frame, int substep)
-{
-    Parameter* nameRow = params.get("nodeName");
-    if (nameRow && nameRow->text.empty()) nameRow->text = name;
-    params.quaternionRotation = quatInterpol;
-    SceneObject::evaluateParameters(frame, substep);
-}
-
-void CollisionObject::updateGeometry(float frameF)
-{
-    Object* object = geometry();
-    if (!object) return;
-    link.update(*object, filePath, readScale, GeometryLink::fileFrame(frameF, frameOffset, timeScale, timeScaleAnchorFrame));
-}
-
-void CollisionObject::updateMatrices()
-{
-    const Mat4f m = xform::compose(Vec4f(translateX, translateY, translateZ), Vec4f(rotateX, rotateY, rotateZ),
-                                   Vec4f(scaleX, scaleY, scaleZ));
-    pose.update(m, simState ? simState->time : 0.f);
 }
 
 void CollisionObject::resetState()

@@ -5,10 +5,8 @@
 // weight map. This class holds the rows, the matrices and the link to its geometry.
 #pragma once
 
-#include "app/sceneobject.h"
-#include "particles/geometrylink.h"
+#include "particles/placedobject.h"
 #include "particles/meshsdf.h"
-#include "particles/posehistory.h"
 
 #include <cstdint>
 #include <string>
@@ -16,7 +14,7 @@
 
 class Object;
 
-class CollisionObject : public SceneObject {
+class CollisionObject : public PlacedObject {
 public:
     static constexpr const char* kTypeString = "CollisionObject";
 
@@ -30,16 +28,6 @@ public:
     CollisionObject();
     ~CollisionObject() override;
 
-    // Evaluates the rows; quatInterpol switches the rotation rows to quaternion blending.
-    void evaluateParameters(float frame, int substep) override;
-
-    // The geometry object (geometryIds[0]), or null.
-    Object* geometry() const { return GeometryLink::resolve(geometryIds); }
-    // Hands the path and read scale to the geometry object and re-reads it when needed,
-    // at the file frame of `frameF` (the update step of the solver loop).
-    void updateGeometry(float frameF);
-    // Rebuilds the matrices from the transform rows; the current ones become the previous.
-    void updateMatrices();
     // Back to the state of a fresh run: the previous pose is forgotten.
     void resetState();
     // The build settings of this collider's distance grids (band raised to 1).
@@ -49,11 +37,8 @@ public:
     int prepareSdf(bool force = false);
     float interiorBand() const { return sdfInnerBand; }
 
-    // --- Rows, in the editor's order (translate, rotate and scale are rows 1 to 9)
+    // --- Rows, in the editor's order after the name and transform rows of PlacedObject
 
-    float translateX = 0.f, translateY = 0.f, translateZ = 0.f;
-    float rotateX = 0.f, rotateY = 0.f, rotateZ = 0.f;
-    float scaleX = 1.f, scaleY = 1.f, scaleZ = 1.f;
     bool collide = true;
     float friction = 18.f;
     float staticGrip = 6.f;
@@ -69,12 +54,7 @@ public:
     float awakenDistance = 0.5f;
     int32_t stickWeightMapMode = kStickMapNoChange;
     float stickWeightMapSetVal = 1.f;
-    std::string filePath;
-    float frameOffset = 0.f;
-    float timeScale = 1.f;
-    float timeScaleAnchorFrame = 0.f;
     bool bakeScale = true;
-    float readScale = 1.f;
     float voxelSize = 0.1f;
     float sdfInnerBand = 5.f;
     float sdfPushOut = 0.f;
@@ -84,7 +64,6 @@ public:
     bool drawMesh = true;
     bool drawSDF = false;
     bool drawGrid = false;
-    bool quatInterpol = false;
     // `enabled` is SceneObject's.
     bool visible = true;
 
@@ -92,10 +71,7 @@ public:
 
     float staticFrictionFactor = 10.f;
     float restitution = 0.f;  // of the list-based response
-    std::vector<int32_t> geometryIds;
-    // colliderMatrix is pose.current, colliderMatrixPrev pose.previous.
-    PoseHistory pose;
-    GeometryLink link;
+    // colliderMatrix is pose.current, colliderMatrixPrev pose.previous (PlacedObject).
 
 private:
     void buildParameters();

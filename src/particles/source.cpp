@@ -12,7 +12,7 @@
 #include <algorithm>
 #include <cmath>
 
-Source::Source(int32_t kind) : SceneObject(kTypeSource), sourceType(kind)
+Source::Source(int32_t kind) : PlacedObject(kTypeSource), sourceType(kind)
 {
     if (kind == kVolume) rateMultiplier = 0.2f;
     buildParameters();
@@ -31,16 +31,7 @@ void Source::buildParameters()
         r->maxValue = hi;
     };
 
-    row(&name, "nodeName", "Object Name", kParamObjectName);
-    row(&translateX, "translateX", "Translate X", kParamFloat);
-    row(&translateY, "translateY", "Translate Y", kParamFloat);
-    row(&translateZ, "translateZ", "Translate Z", kParamFloat);
-    row(&rotateX, "rotateX", "Rotation X", kParamFloat);
-    row(&rotateY, "rotateY", "Rotation Y", kParamFloat);
-    row(&rotateZ, "rotateZ", "Rotation Z", kParamFloat);
-    row(&scaleX, "scaleX", "Scale X", kParamFloat);
-    row(&scaleY, "scaleY", "Scale Y", kParamFloat);
-    row(&scaleZ, "scaleZ", "Scale Z", kParamFloat);
+    addNameAndTransformRows();
 
     p.addSpecial(102, "Emission:");
     row(&speedMultiplier, "speedMultiplier", "Speed", kParamFloat,
@@ -112,28 +103,6 @@ void Source::buildParameters()
     row(&visible, "visible", "Visibility", kParamBool, "Turn on or off the whole Source's viewport visibility.");
 
     for (Parameter& r : p.parameters) r.text = r.defaultText;
-}
-
-void Source::evaluateParameters(float frame, int substep)
-{
-    Parameter* nameRow = params.get("nodeName");
-    if (nameRow && nameRow->text.empty()) nameRow->text = name;
-    params.quaternionRotation = quatInterpol;
-    SceneObject::evaluateParameters(frame, substep);
-}
-
-void Source::updateGeometry(float frameF)
-{
-    Object* object = geometry();
-    if (!object) return;
-    link.update(*object, filePath, readScale, GeometryLink::fileFrame(frameF, frameOffset, timeScale, timeScaleAnchorFrame));
-}
-
-void Source::updateMatrices()
-{
-    const Mat4f m = xform::compose(Vec4f(translateX, translateY, translateZ), Vec4f(rotateX, rotateY, rotateZ),
-                                   Vec4f(scaleX, scaleY, scaleZ));
-    pose.update(m, simState ? simState->time : 0.f);
 }
 
 void Source::resetEmission()

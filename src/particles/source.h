@@ -5,10 +5,8 @@
 // the systems (emission.h); this class holds the rows, matrices and emission state.
 #pragma once
 
-#include "app/sceneobject.h"
-#include "particles/geometrylink.h"
+#include "particles/placedobject.h"
 #include "particles/meshsdf.h"
-#include "particles/posehistory.h"
 
 #include <cstdint>
 #include <string>
@@ -16,7 +14,7 @@
 
 class Object;
 
-class Source : public SceneObject {
+class Source : public PlacedObject {
 public:
     static constexpr const char* kTypeString = "Source";
 
@@ -25,15 +23,6 @@ public:
 
     explicit Source(int32_t kind = kPlane);
 
-    // Evaluates the rows; quatInterpol switches the rotation rows to quaternion blending.
-    void evaluateParameters(float frame, int substep) override;
-
-    // The geometry object (geometryIds[0]), or null.
-    Object* geometry() const { return GeometryLink::resolve(geometryIds); }
-    // Hands the path and read scale to the geometry object and re-reads it when needed.
-    void updateGeometry(float frameF);
-    // Rebuilds the world matrix from the transform rows; the current one becomes the previous.
-    void updateMatrices();
     // The emission state a reset clears: lastEmissionTime, singleShotDone, the previous pose.
     void resetEmission();
     // The build settings of a volume source's distance grids.
@@ -52,11 +41,8 @@ public:
     Vec4f baseDirection() const;
     float jitterAmount() const;
 
-    // --- Rows, in the editor's order (translate, rotate and scale are rows 1 to 9)
+    // --- Rows, in the editor's order after the name and transform rows of PlacedObject
 
-    float translateX = 0.f, translateY = 0.f, translateZ = 0.f;
-    float rotateX = 0.f, rotateY = 0.f, rotateZ = 0.f;
-    float scaleX = 1.f, scaleY = 1.f, scaleZ = 1.f;
     float speedMultiplier = 1.f;
     float speedX = 0.f;
     float speedY = -1.f;
@@ -70,19 +56,13 @@ public:
     int32_t sourceType = kPlane;
     bool meshNormalEmission = true;
     bool checkSpace = true;
-    std::string filePath;
-    float frameOffset = 0.f;
-    float timeScale = 1.f;
-    float timeScaleAnchorFrame = 0.f;
     bool bakeScale = true;
-    float readScale = 1.f;
     float voxelSize = 0.1f;
     float sdfInnerBand = 3.f;
     float sdfOuterBand = 3.f;  // kept and saved; the volume grid uses the inner band both ways
     float sdfPushOut = 0.f;
     bool drawMesh = true;
     bool drawGrid = false;
-    bool quatInterpol = false;
     // `enabled` is SceneObject's.
     bool visible = true;
 
@@ -92,9 +72,6 @@ public:
     bool singleShotDone = false;
     float planeSizeX = 1.f;  // the plane spans +-0.5 of these before the source's scale
     float planeSizeZ = 1.f;
-    std::vector<int32_t> geometryIds;  // only the first entry is used
-    PoseHistory pose;
-    GeometryLink link;
 
 private:
     void buildParameters();
