@@ -66,6 +66,18 @@ protected:
         f->params.get("strength") ? (void)(f->params.get("strength")->text = "3") : (void)0;
         g->connectForce(f);
         d->connectForce(f);
+        CollisionObject* c = simulation->createCollider("ramp");
+        c->params.get("filePath")->text = std::string(QORVA_SOURCE_DIR) + "/geo/ramp.obj";
+        c->params.get("friction")->text = "7";
+        Source* src = simulation->createSource("pour");
+        src->params.get("sourceType")->text = "Point";
+        g->connectCollider(c);
+        g->connectSource(src);
+        for (SceneObject* o : simulation->objectsById)
+            if (o) o->evaluateParameters(0, 0);
+        testing::internal::CaptureStdout();
+        simulation->connectObject("ramp", false);
+        testing::internal::GetCapturedStdout();
     }
     fs::path dir;
 };
@@ -79,6 +91,19 @@ TEST_F(SceneFileTest, SaveLoadSaveGivesTheSameFile)
     ASSERT_EQ(quietLoad(a), 0);
     ASSERT_TRUE(simulation->saveScene(b.string()));
     EXPECT_EQ(readFile(a), readFile(b));
+    // Every list is written, in its place, even when empty.
+    const std::string text = readFile(a);
+    size_t last = 0;
+    for (const char* tag : {"<dumbParticleSystems>", "<granularParticleSystems>", "<SPHParticleSystems/>",
+                            "<objects>", "<sources>", "<colliders>", "<forces>", "<connections>",
+                            "<simpleSPHParticleSystems/>"}) {
+        const size_t at = text.find(tag, last);
+        ASSERT_NE(at, std::string::npos) << tag;
+        last = at;
+    }
+    EXPECT_EQ(simulation->colliders.size(), 1u);
+    EXPECT_FLOAT_EQ(simulation->colliders[0]->friction, 7.f);
+    EXPECT_EQ(simulation->sources[0]->sourceType, Source::kPoint);
 }
 
 TEST_F(SceneFileTest, RowsAndNamesSurvive)
@@ -104,7 +129,8 @@ TEST_F(SceneFileTest, RowsAndNamesSurvive)
     ASSERT_EQ(g.forceIds.size(), 1u);
     EXPECT_EQ(simulation->objectById(g.forceIds[0])->name, "wind");
     ASSERT_EQ(simulation->dumbSystems[0]->forceIds.size(), 1u);
-    EXPECT_TRUE(g.colliderIds.empty());
+    ASSERT_EQ(g.colliderIds.size(), 1u);
+    EXPECT_EQ(simulation->objectById(g.colliderIds[0])->name, "ramp");
 }
 
 TEST_F(SceneFileTest, GeometryLinksSurviveAndUnusedObjectsArePruned)

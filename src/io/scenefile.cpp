@@ -200,6 +200,9 @@ bool save(Simulation& s, const std::string& path)
     for (const Kind& k : kinds()) {
         XMLElement* list = doc.NewElement(k.nodesTag);
         nodes->InsertEndChild(list);
+        // SPH systems sit between the granular systems and the objects; none exist yet.
+        if (std::string(k.nodesTag) == "granularParticleSystems")
+            nodes->InsertEndChild(doc.NewElement("SPHParticleSystems"));
         int n = 0;
         for (SceneObject* o : k.objects(s)) {
             XMLElement* e = doc.NewElement((k.prefix + std::to_string(n++)).c_str());
@@ -212,6 +215,8 @@ bool save(Simulation& s, const std::string& path)
     root->InsertEndChild(connections);
     for (const Kind* kp : connectionKinds()) {
         const Kind& k = *kp;
+        if (std::string(k.connectionsTag) == "granularParticleSystems")
+            connections->InsertEndChild(doc.NewElement("simpleSPHParticleSystems"));
         XMLElement* list = doc.NewElement(k.connectionsTag);
         connections->InsertEndChild(list);
         int n = 0;
