@@ -69,6 +69,14 @@ TEST_F(PathsTest, PathRowEvaluatesTokens)
     EXPECT_TRUE(row->isTimeDependent());
 }
 
+TEST_F(PathsTest, GeoTokenFindsTheShippedGeometry)
+{
+    installRoot = computeInstallRoot();
+    const std::string path = resolveTokens(*row, "$GEO/ramp.obj", 1);
+    EXPECT_EQ(path, installRoot + "/geo/ramp.obj");
+    EXPECT_TRUE(std::filesystem::exists(path)) << "a build folder links geo/ beside the programs";
+}
+
 TEST_F(PathsTest, RelativeDots)
 {
     EXPECT_EQ(resolveRelativeDots("/a/b/../c"), "/a/c");
