@@ -259,6 +259,10 @@ void GranularParticleSystem::constraintPass(uint32_t k, uint32_t i)
     Vec4f* vel = sortedVel.data();
     const Vec4f* P = ch.P->data();
     const Vec4f start = P[i];
+    // A partner moved out of the pruned lists' margin makes them stale (granulariterate.cpp).
+    const Vec4f* ref = prunedReady && prunedRef.size() == n ? prunedRef.data() : nullptr;
+    const float drift = kPrunedDrift * r;
+    const float drift2 = drift * drift;
     // The slot's own position and velocity stay in registers through its list: no partner
     // is the slot itself (self links are skipped), so nothing else writes them meanwhile.
     Vec4f pk = pos[k];
@@ -310,6 +314,10 @@ void GranularParticleSystem::constraintPass(uint32_t k, uint32_t i)
         const Vec4f corr = diff * ((rest - d) / d * gain);
         pk += corr;
         pos[m] -= corr;
+        if (ref) {
+            const Vec4f moved = pos[m] - ref[m];
+            if (!(moved.dot3(moved) < drift2)) __atomic_store_n(&prunedStale, true, __ATOMIC_RELAXED);
+        }
         const Vec4f dv = corr * dvScale;
         vk += dv;
         vel[m] -= dv;

@@ -41,6 +41,13 @@ struct RelaxContext {
     float constrainedRel2, attractionFull, attractionBand, attractionScaled, mass, groundKeep, groundBounce;
     float wakeSpeed, unstickSpeed, sleepSpeed, sleepDelay;
     float dvScale;  // (1 - slushiness) / dt: velocity change per unit of correction
+    // The pruned lists (see granularparticlesystem.h), when the last search left them.
+    bool pruned;
+    float pruneReach2, drift2;
+    const uint32_t* prunedStart;
+    const int32_t* prunedSlots;
+    const Vec4f* prunedRef;
+    bool* prunedStale;
     Vec4f* pos;
     Vec4f* vel;
     uint8_t* flags;
@@ -126,6 +133,13 @@ inline bool relaxPair(const RelaxContext& c, uint32_t i, uint32_t n, bool constr
     return touching;
 }
 
+// Whether slot s, now at p, has moved out of the pruned lists' margin (NaN counts as out).
+inline bool drifted(const RelaxContext& c, uint32_t s, Lanes p)
+{
+    const Lanes d = _mm_sub_ps(p, lanesOf(c.prunedRef[s]));
+    return !(lane0(dot3(d, d)) < c.drift2);
+}
+
 // Bit j set where neighbour slots[j] (of 4) may be within the cut-off of p: a squared-distance
 // test, a little wider than the exact one, on four neighbours at once.
 inline unsigned nearMask(const Vec4f* pos, const int32_t* slots, Lanes p, float cutoff2)
@@ -185,6 +199,12 @@ inline bool relaxPair(const RelaxContext& c, uint32_t i, uint32_t n, bool constr
     return touching;
 }
 
+inline bool drifted(const RelaxContext& c, uint32_t s, const Vec4f& p)
+{
+    const Vec4f d = p - c.prunedRef[s];
+    return !(d.dot3(d) < c.drift2);
+}
+
 inline unsigned nearMask(const Vec4f* pos, const int32_t* slots, const Vec4f& p, float cutoff2)
 {
     unsigned mask = 0;
@@ -196,10 +216,57 @@ inline unsigned nearMask(const Vec4f* pos, const int32_t* slots, const Vec4f& p,
 }
 #endif
 
-// Relaxes slot k against its neighbours: the per-particle body of the iteration pass.
-// Every neighbour is met in list order with the positions as they stand at that moment:
-// each group of four gets a wide distance test first, and after a contact has moved
-// positions the rest of the group is tested again.
+// Meets slot k (particle i) with the entries slots[from..count) in order, with the positions
+// as they stand at that moment. In a full list each group of four gets a wide distance test
+// first, and after a contact has moved positions the rest of the group is tested again;
+// the wide test never rejects a pair the exact one keeps. Entries the exact test rejects
+// have no effect, so any list holding every entry that passes meets the same pairs in the
+// same order. Watch (a pruned list): after a contact that moved k or its neighbour out of
+// the pruned margin, marks the pruned lists stale and stops; `left` is then set and the
+// answer is the index after that entry. Otherwise answers count.
+template <bool Watch>
+inline uint32_t relaxEntries(const RelaxContext& c, uint32_t i, uint32_t k, const int32_t* slots, uint32_t from,
+                             uint32_t count, bool constrained, Lanes& pk, Lanes& vk, int32_t& contacts, bool& left)
+{
+    if (Watch) {
+        // Nearly every entry of a pruned list is within the cut-off: the wide test would
+        // only repeat the exact one.
+        for (uint32_t at = from; at < count; ++at) {
+            const uint32_t n = uint32_t(slots[at]);
+            if (relaxPair(c, i, n, constrained, pk, vk, contacts) &&
+                (drifted(c, k, pk) || drifted(c, n, lanesOf(c.pos[n])))) {
+                __atomic_store_n(c.prunedStale, true, __ATOMIC_RELAXED);
+                left = true;
+                return at + 1;
+            }
+        }
+        return count;
+    }
+    for (uint32_t at = from; at < count; at += 4) {
+        // The last group is padded with its first entry, which the mask then leaves out.
+        const uint32_t rest = count - at;
+        int32_t tail[4];
+        const int32_t* group = slots + at;
+        unsigned live = 0xFu;
+        if (rest < 4) {
+            for (uint32_t j = 0; j < 4; ++j) tail[j] = slots[at + (j < rest ? j : 0)];
+            group = tail;
+            live = (1u << rest) - 1u;
+        }
+        unsigned near = nearMask(c.pos, group, pk, c.cutoff2) & live;
+        while (near) {
+            const unsigned bit = unsigned(__builtin_ctz(near));
+            near &= near - 1;
+            if (relaxPair(c, i, uint32_t(group[bit]), constrained, pk, vk, contacts))
+                near = nearMask(c.pos, group, pk, c.cutoff2) & live & (0xFu << (bit + 1));
+        }
+    }
+    return count;
+}
+
+// Relaxes slot k against its neighbours: the per-particle body of the iteration pass. The
+// pruned list serves while no particle has left its margin; from the moment one has, the
+// full list in the `neighbs` channel does, from the entry after the last one met.
 inline void relaxSlot(const RelaxContext& c, uint32_t k)
 {
     uint8_t& flags = c.flags[k];
@@ -226,30 +293,27 @@ inline void relaxSlot(const RelaxContext& c, uint32_t k)
     }
     const bool constrained = c.constraintsOn && (flags & GranularParticleSystem::kFlagConstrained);
 
-    const std::vector<int32_t>& list = (*c.neighbs)[k];
-    const int32_t* slots = list.data();
-    const uint32_t count = uint32_t(list.size());
     Lanes pk = lanesOf(c.pos[k]);
     Lanes vk = lanesOf(c.vel[k]);
     int32_t contacts = 0;
-    for (uint32_t at = 0; at < count; at += 4) {
-        // The last group is padded with its first entry, which the mask then leaves out.
-        const uint32_t left = count - at;
-        int32_t tail[4];
-        const int32_t* group = slots + at;
-        unsigned live = 0xFu;
-        if (left < 4) {
-            for (uint32_t j = 0; j < 4; ++j) tail[j] = slots[at + (j < left ? j : 0)];
-            group = tail;
-            live = (1u << left) - 1u;
+    bool left = false;
+    if (c.pruned && !__atomic_load_n(c.prunedStale, __ATOMIC_RELAXED)) {
+        const uint32_t begin = c.prunedStart[k];
+        const uint32_t done = relaxEntries<true>(c, i, k, c.prunedSlots + begin, 0, c.prunedStart[k + 1] - begin,
+                                                 constrained, pk, vk, contacts, left);
+        if (left) {
+            // The full list's entry after the done-th one the search kept.
+            const std::vector<int32_t>& list = (*c.neighbs)[k];
+            uint32_t from = 0;
+            for (uint32_t kept = 0; kept < done; ++from)
+                if (GranularParticleSystem::withinPruneReach(c.prunedRef[k], c.prunedRef[list[from]], c.pruneReach2))
+                    ++kept;
+            relaxEntries<false>(c, i, k, list.data(), from, uint32_t(list.size()), constrained, pk, vk, contacts,
+                                left);
         }
-        unsigned near = nearMask(c.pos, group, pk, c.cutoff2) & live;
-        while (near) {
-            const unsigned bit = unsigned(__builtin_ctz(near));
-            near &= near - 1;
-            if (relaxPair(c, i, uint32_t(group[bit]), constrained, pk, vk, contacts))
-                near = nearMask(c.pos, group, pk, c.cutoff2) & live & (0xFu << (bit + 1));
-        }
+    } else {
+        const std::vector<int32_t>& list = (*c.neighbs)[k];
+        relaxEntries<false>(c, i, k, list.data(), 0, uint32_t(list.size()), constrained, pk, vk, contacts, left);
     }
     c.contacts[k] = contacts;
     store(c.pos[k], pk);
@@ -265,6 +329,8 @@ inline void relaxSlot(const RelaxContext& c, uint32_t k)
         v.z *= c.groundKeep;
         if (v.y < 0.f) v.y = -c.groundBounce * v.y;
     }
+    // The constraints and the ground may have moved it further.
+    if (c.pruned && drifted(c, k, lanesOf(c.pos[k]))) __atomic_store_n(c.prunedStale, true, __ATOMIC_RELAXED);
 }
 
 } // namespace
@@ -313,6 +379,17 @@ void GranularParticleSystem::iterate(int iteration)
     c.contacts = sortedContacts.data();
     c.restingTime = ch.restingTime->data();
     c.stick = ch.stick->data();
+    const size_t n = particleCount();
+    c.pruned = prunedReady && prunedStart.size() == n + 1 && prunedRef.size() == n &&
+               size_t(prunedStart[n]) == prunedSlots.size();
+    const float pruneReach = (kPairReach + kPruneMargin) * r;
+    c.pruneReach2 = pruneReach * pruneReach;
+    const float drift = kPrunedDrift * r;
+    c.drift2 = drift * drift;
+    c.prunedStart = prunedStart.data();
+    c.prunedSlots = prunedSlots.data();
+    c.prunedRef = prunedRef.data();
+    c.prunedStale = &prunedStale;
 
     const uint32_t* units = unitStart.data();
     const uint32_t* colours = colourStart.data();

@@ -108,6 +108,7 @@ void GranularParticleSystem::clearWorkingArrays()
     unitStart.clear();
     colourStart.clear();
     compactIndex.clear();
+    prunedReady = false;
 }
 
 void GranularParticleSystem::resizeWorkingArrays(size_t count)

@@ -31,6 +31,11 @@ public:
     static constexpr float kPairReach = 2.125f;
     // Colours of the column colouring that lets the iteration pass run in parallel.
     static constexpr int kColumnColours = 4;
+    // The iteration pass meets only the candidates that lay within the pair cut-off plus
+    // this margin (in radii) at the neighbour search; while no particle has moved more than
+    // kPrunedDrift radii since, none of the others can come within the cut-off.
+    static constexpr float kPruneMargin = 0.5f;
+    static constexpr float kPrunedDrift = 0.2f;
 
     // Handles to the Body's channels; null where a channel is missing.
     struct Channels {
@@ -215,6 +220,13 @@ public:
     std::vector<uint8_t> sortedFlags;   // kFlag... bits
     std::vector<int32_t> sortedContacts; // numContacts during the solve
     std::vector<uint32_t> bucketSlots;  // hash slot -> slot
+    // By hash slot: the particle's position and slot together, so that the neighbour search
+    // finds both in one place.
+    struct BucketEntry {
+        float x, y, z;
+        uint32_t slot;
+    };
+    std::vector<BucketEntry> bucketEntries;
     std::vector<uint32_t> bucketTable;  // per thread: the bucket ranges round one block
     // Column colouring of the iteration pass: each slot's sort key (colour in the top bits),
     // the units (columns, whose slots one thread relaxes in order) and the first unit of
@@ -223,6 +235,25 @@ public:
     std::vector<uint32_t> unitStart;
     std::vector<uint32_t> colourStart;
     int32_t blockCells = 0;             // column width and block edge in cells, chosen per substep
+    // The pruned lists: each slot's `neighbs` entries, in order, that lay within
+    // (kPairReach + kPruneMargin) r at the search, as one array (slot k's run is
+    // prunedStart[k]..prunedStart[k + 1]), and the positions they were measured at. Once a
+    // particle has moved more than kPrunedDrift r from there, prunedStale is set and the
+    // iterations of the substep go back to the full lists (granulariterate.cpp).
+    std::vector<uint32_t> prunedStart;
+    std::vector<int32_t> prunedSlots;
+    VecArray prunedRef;
+    std::vector<std::vector<int32_t>> prunedParts;  // per thread, while the lists are built
+    bool prunedReady = false;           // the arrays above belong to the last search
+    bool prunedStale = false;           // set (relaxed atomic) by the first particle that left them
+    // Whether b lay within the pruned lists' reach (squared: reach2) of a. The search and the
+    // iteration's way back to the full lists both ask this, with the same arithmetic.
+    template <class B>
+    static bool withinPruneReach(const Vec4f& a, const B& b, float reach2)
+    {
+        const float dx = b.x - a.x, dy = b.y - a.y, dz = b.z - a.z;
+        return dx * dx + dy * dy + dz * dz <= reach2;
+    }
     std::vector<int32_t> compactIndex;  // by particle index: new index, -1 when deleted
     // Constraint creation's own hash, with cells of the search distance.
     ParticleHash linkHash;

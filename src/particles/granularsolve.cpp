@@ -1,7 +1,9 @@
 // The CPU solve of a granular substep and its neighbour search: hash the particles, sort
 // them by bucket, group them into the solver's slot order, and gather each slot's
-// neighbours from the 27 cells round it. The iteration and integration passes that follow
-// are in granulariterate.cpp and granularintegrate.cpp.
+// neighbours from the 27 cells round it. The same gather keeps, in a separate array, each
+// slot's pruned list: the entries that lie within the pair cut-off plus a margin, which is
+// what the iterations walk while nothing has moved out of that margin. The iteration and
+// integration passes that follow are in granulariterate.cpp and granularintegrate.cpp.
 //
 // Slot order. Sorted bucket keys scatter neighbouring cells all over memory, so the solver
 // doesn't work in that order. It stacks cubic blocks of blockCells cells into columns
@@ -228,6 +230,7 @@ void GranularParticleSystem::reorder()
     sortedFlags.resize(n);
     sortedContacts.resize(n);
     bucketSlots.resize(n);
+    bucketEntries.resize(n);
     const Vec4f* P = ch.P->data();
     const Vec4f* v = ch.v->data();
     const int32_t* contacts = ch.numContacts->data();
@@ -247,7 +250,12 @@ void GranularParticleSystem::reorder()
                 uint8_t((deleted.get(i) ? kFlagDeleted : 0) | (sleeping.get(i) ? kFlagSleeping : 0));
         }
 #pragma omp for schedule(static)
-        for (int64_t h = 0; h < count; ++h) bucketSlots[size_t(h)] = sortedSlot[hashOrder[size_t(h)]];
+        for (int64_t h = 0; h < count; ++h) {
+            const uint32_t i = hashOrder[size_t(h)];
+            const uint32_t slot = sortedSlot[i];
+            bucketSlots[size_t(h)] = slot;
+            bucketEntries[size_t(h)] = {P[i].x, P[i].y, P[i].z, slot};
+        }
     }
 }
 
@@ -258,80 +266,139 @@ void GranularParticleSystem::findNeighbours()
     const uint32_t* start = cellStart.data();
     const uint32_t* end = cellEnd.data();
     const uint32_t* slotOf = bucketSlots.data();
+    const BucketEntry* entries = bucketEntries.data();
     const int64_t count = int64_t(particleCount());
     const uint32_t edge = uint32_t(blockCells);
     const uint32_t span = edge + 2;  // a block's cells and the ring of cells round them
     const size_t tableCells = size_t(span) * span * span;
-    const int threads = solverThreads();
-
     // Far too wide blocks (a huge stretch limit): each slot hashes its 27 cells itself.
-    if (tableCells > kMaxBucketTable) {
-#pragma omp parallel for schedule(static) num_threads(threads)
-        for (int64_t s = 0; s < count; ++s) {
-            std::vector<int32_t>& list = lists[size_t(s)];
-            list.clear();
-            forEachNeighbourSlot(sortedPos[size_t(s)], hasher, start, end, [&](uint32_t h) {
-                const uint32_t slot = slotOf[h];
-                if (slot != uint32_t(s)) list.push_back(int32_t(slot));
-            });
-        }
-        return;
-    }
+    const bool ownCells = tableCells > kMaxBucketTable;
+    const int threads = solverThreads();
+    const float pruneReach = (kPairReach + kPruneMargin) * particleRadius;
+    const float pruneReach2 = pruneReach * pruneReach;
+
+    prunedReady = false;
+    prunedStale = false;
+    prunedStart.resize(size_t(count) + 1);
+    prunedRef.resize(size_t(count));
+    if (prunedParts.size() < size_t(threads)) prunedParts.resize(size_t(threads));
+    std::vector<size_t> partBase(size_t(threads) + 1, 0);
+    bool fits = true;
 
     // The slots of a block follow one another, so each thread reads the buckets of the
     // block's cells (and the ring round them) once into a small table, all loads at once,
-    // and the slots take their 27 cells from there.
-    bucketTable.resize(size_t(threads) * tableCells * 2);
+    // and the slots take their 27 cells from there. Each thread takes one run of slots (the
+    // static split), builds their lists and their pruned lists, which then join in order.
+    if (!ownCells) bucketTable.resize(size_t(threads) * tableCells * 2);
 #pragma omp parallel num_threads(threads)
     {
-        uint32_t* table = bucketTable.data() + size_t(omp_get_thread_num()) * tableCells * 2;
+        const int thread = omp_get_thread_num();
+        const int team = omp_get_num_threads();
+        const int64_t first = count * thread / team;
+        const int64_t last = count * (thread + 1) / team;
+        // The part keeps its size from search to search; `used` counts what this one wrote.
+        std::vector<int32_t>& part = prunedParts[size_t(thread)];
+        size_t used = 0;
+        uint32_t* table = ownCells ? nullptr : bucketTable.data() + size_t(thread) * tableCells * 2;
         bool haveBlock = false;
         int32_t tableBlock[3] = {0, 0, 0};
         uint32_t origin[3] = {0, 0, 0};
-#pragma omp for schedule(static)
-        for (int64_t s = 0; s < count; ++s) {
+        for (int64_t s = first; s < last; ++s) {
             const Vec4f& p = sortedPos[size_t(s)];
-            const int32_t cell[3] = {hashCellCoord(p.x, hasher.cellSize), hashCellCoord(p.y, hasher.cellSize),
-                                     hashCellCoord(p.z, hasher.cellSize)};
-            const int32_t block[3] = {floorDiv(cell[0], int32_t(edge)), floorDiv(cell[1], int32_t(edge)),
-                                      floorDiv(cell[2], int32_t(edge))};
-            if (!haveBlock || block[0] != tableBlock[0] || block[1] != tableBlock[1] || block[2] != tableBlock[2]) {
-                // Cell coordinates wrap as unsigned numbers, as in the key.
-                for (int a = 0; a < 3; ++a) {
-                    tableBlock[a] = block[a];
-                    origin[a] = uint32_t(block[a]) * edge - 1u;
-                }
-                uint32_t* entry = table;
-                for (uint32_t z = 0; z < span; ++z)
-                    for (uint32_t y = 0; y < span; ++y)
-                        for (uint32_t x = 0; x < span; ++x, entry += 2) {
-                            const uint32_t b = hasher.bucket(int32_t(origin[0] + x), int32_t(origin[1] + y),
-                                                             int32_t(origin[2] + z));
-                            entry[0] = start[b];
-                            entry[1] = end[b];
-                            if (entry[0] != kEmptyBucket) __builtin_prefetch(slotOf + entry[0]);
-                        }
-                haveBlock = true;
-            }
-            const uint32_t lx = uint32_t(cell[0]) - origin[0] - 1u;
-            const uint32_t ly = uint32_t(cell[1]) - origin[1] - 1u;
-            const uint32_t lz = uint32_t(cell[2]) - origin[2] - 1u;
             std::vector<int32_t>& list = lists[size_t(s)];
-            list.clear();
-            // z outermost, then y, then x, as forEachNeighbourSlot visits them.
-            for (uint32_t z = lz; z < lz + 3; ++z)
-                for (uint32_t y = ly; y < ly + 3; ++y) {
-                    const uint32_t* entry = table + ((size_t(z) * span + y) * span + lx) * 2;
-                    for (uint32_t x = 0; x < 3; ++x, entry += 2) {
-                        if (entry[0] == kEmptyBucket) continue;
-                        for (uint32_t h = entry[0]; h <= entry[1]; ++h) {
-                            const uint32_t slot = slotOf[h];
-                            if (slot != uint32_t(s)) list.push_back(int32_t(slot));
+            if (ownCells) {
+                list.clear();
+                forEachNeighbourSlot(p, hasher, start, end, [&](uint32_t h) {
+                    const uint32_t slot = slotOf[h];
+                    if (slot != uint32_t(s)) list.push_back(int32_t(slot));
+                });
+                prunedStart[size_t(s)] = uint32_t(used);
+                if (part.size() < used + list.size()) part.resize(std::max(2 * part.size(), used + list.size()));
+                int32_t* kept = part.data() + used;
+                for (const int32_t slot : list) {
+                    *kept = slot;
+                    kept += withinPruneReach(p, sortedPos[size_t(slot)], pruneReach2);
+                }
+                used = size_t(kept - part.data());
+            } else {
+                const int32_t cell[3] = {hashCellCoord(p.x, hasher.cellSize), hashCellCoord(p.y, hasher.cellSize),
+                                         hashCellCoord(p.z, hasher.cellSize)};
+                const int32_t block[3] = {floorDiv(cell[0], int32_t(edge)), floorDiv(cell[1], int32_t(edge)),
+                                          floorDiv(cell[2], int32_t(edge))};
+                if (!haveBlock || block[0] != tableBlock[0] || block[1] != tableBlock[1] ||
+                    block[2] != tableBlock[2]) {
+                    // Cell coordinates wrap as unsigned numbers, as in the key.
+                    for (int a = 0; a < 3; ++a) {
+                        tableBlock[a] = block[a];
+                        origin[a] = uint32_t(block[a]) * edge - 1u;
+                    }
+                    uint32_t* entry = table;
+                    for (uint32_t z = 0; z < span; ++z)
+                        for (uint32_t y = 0; y < span; ++y)
+                            for (uint32_t x = 0; x < span; ++x, entry += 2) {
+                                const uint32_t b = hasher.bucket(int32_t(origin[0] + x), int32_t(origin[1] + y),
+                                                                 int32_t(origin[2] + z));
+                                entry[0] = start[b];
+                                entry[1] = end[b];
+                                if (entry[0] != kEmptyBucket) __builtin_prefetch(entries + entry[0]);
+                            }
+                    haveBlock = true;
+                }
+                const uint32_t lx = uint32_t(cell[0]) - origin[0] - 1u;
+                const uint32_t ly = uint32_t(cell[1]) - origin[1] - 1u;
+                const uint32_t lz = uint32_t(cell[2]) - origin[2] - 1u;
+                // The size first (every bucket run in full), then the entries by pointer: the
+                // list, and the pruned list (the entries within reach, in order, duplicates
+                // included). Every entry is written, and only those that count advance.
+                size_t total = 0;
+                for (uint32_t z = lz; z < lz + 3; ++z)
+                    for (uint32_t y = ly; y < ly + 3; ++y) {
+                        const uint32_t* entry = table + ((size_t(z) * span + y) * span + lx) * 2;
+                        for (uint32_t x = 0; x < 3; ++x, entry += 2)
+                            if (entry[0] != kEmptyBucket) total += entry[1] - entry[0] + 1;
+                    }
+                list.resize(total);
+                if (part.size() < used + total) part.resize(std::max(2 * part.size(), used + total));
+                int32_t* out = list.data();
+                int32_t* kept = part.data() + used;
+                // z outermost, then y, then x, as forEachNeighbourSlot visits them.
+                for (uint32_t z = lz; z < lz + 3; ++z)
+                    for (uint32_t y = ly; y < ly + 3; ++y) {
+                        const uint32_t* entry = table + ((size_t(z) * span + y) * span + lx) * 2;
+                        for (uint32_t x = 0; x < 3; ++x, entry += 2) {
+                            if (entry[0] == kEmptyBucket) continue;
+                            for (uint32_t h = entry[0]; h <= entry[1]; ++h) {
+                                const BucketEntry& e = entries[h];
+                                const bool other = e.slot != uint32_t(s);
+                                *out = int32_t(e.slot);
+                                out += other;
+                                *kept = int32_t(e.slot);
+                                kept += other & withinPruneReach(p, e, pruneReach2);
+                            }
                         }
                     }
-                }
+                list.resize(size_t(out - list.data()));
+                prunedStart[size_t(s)] = uint32_t(used);
+                used = size_t(kept - part.data());
+            }
+            prunedRef[size_t(s)] = p;
+        }
+        partBase[size_t(thread) + 1] = used;
+#pragma omp barrier
+#pragma omp single
+        {
+            for (int t = 0; t < team; ++t) partBase[size_t(t) + 1] += partBase[size_t(t)];
+            fits = partBase[size_t(team)] < size_t(UINT32_MAX);
+            if (fits) prunedSlots.resize(partBase[size_t(team)]);
+            prunedStart[size_t(count)] = uint32_t(partBase[size_t(team)]);
+        }
+        if (fits) {
+            const size_t base = partBase[size_t(thread)];
+            std::copy(part.begin(), part.begin() + ptrdiff_t(used), prunedSlots.begin() + ptrdiff_t(base));
+            for (int64_t s = first; s < last; ++s) prunedStart[size_t(s)] += uint32_t(base);
         }
     }
+    prunedReady = fits;
 }
 
 bool GranularParticleSystem::checkNaN()
