@@ -372,12 +372,7 @@ void writeSystemCache(const System& system)
             if (simState->writeInBackground && writingQueue) {
                 writingQueue->addSystemSnapshot(path, system);
             } else {
-                const FrameStamp stamp = currentFrameStamp();
-                fileio::BinFrameInfo info;
-                info.time = stamp.time;
-                info.frame = stamp.frame;
-                info.fps = float(stamp.fps);
-                fileio::write(path, system.exportBody(), &info);
+                writeBodyJob(path, system.exportBody(), currentFrameStamp());
             }
             return;
         } catch (const std::exception& e) {

@@ -6,22 +6,13 @@
 #include "particles/dumbtraits.h"
 #include "particles/force.h"
 #include "particles/particleview.h"
+#include "particles/rampcolour.h"
 
 #include <algorithm>
 #include <cmath>
 #include <omp.h>
 
 namespace {
-
-// Speed to colour: a blue-white ramp that saturates at `limit`.
-Vec4f speedColour(float speed, float limit)
-{
-    if (speed <= limit && limit > 0.f) {
-        const float t = speed / limit;
-        return Vec4f(2.f * 0.5f * t, 2.f * 0.8f * t, 2.f, 0.f);
-    }
-    return Vec4f(2.f * 0.9f, 2.f * 0.95f, 2.f, 0.f);
-}
 
 int workerCount(bool half)
 {
@@ -151,7 +142,7 @@ void DumbParticleSystem::integrate()
         p += v * dt;
         v += force[size_t(i)] * dt; // the force pass already holds mass times gravity
         const float speed = v.length3();
-        pts.Cd[size_t(i)] = speedColour(speed, whiteWaterSpeed);
+        pts.Cd[size_t(i)] = rampColour(speed, whiteWaterSpeed);
         fastest = std::max(fastest, speed);
     }
     maxSpeedLastStep = fastest;

@@ -2,6 +2,7 @@
 // velocities take the accumulated force, slow particles in contact freeze, speeds are
 // clamped, and every particle gets its display colour.
 #include "particles/granularparticlesystem.h"
+#include "particles/rampcolour.h"
 
 #include "app/globals.h"
 #include "app/simstate.h"
@@ -57,9 +58,7 @@ void GranularParticleSystem::integrate()
             const float t = (table.empty() ? 0.f : table[at]) + kSandToneBase;
             return Vec4f(std::min(kSandR * t, 1.f), std::min(kSandG * t, 1.f), std::min(kSandB * t, 1.f), 0.f);
         }
-        const float share = float(links[i].size()) / fullLinks;
-        if (float(links[i].size()) <= fullLinks) return Vec4f(share * 0.5f, share * 0.8f, 1.f, 0.f) * 2.f;
-        return Vec4f(0.9f, 0.95f, 1.f, 0.f) * 2.f;
+        return rampColour(float(links[i].size()), fullLinks);
     };
 
     float maxSpeed = 0.f;

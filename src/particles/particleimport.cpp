@@ -8,6 +8,7 @@
 #include "io/fileio.h"
 #include "particles/dumbparticlesystem.h"
 #include "particles/granularparticlesystem.h"
+#include "particles/rampcolour.h"
 
 #include <QMutexLocker>
 
@@ -16,20 +17,6 @@
 #include <cstdio>
 #include <exception>
 #include <fstream>
-
-void importRampColour(float value, float limit, float rgb[3])
-{
-    if (limit > 0.f && value <= limit) {
-        const float t = value / limit;
-        rgb[0] = 2.f * 0.5f * t;
-        rgb[1] = 2.f * 0.8f * t;
-        rgb[2] = 2.f * 1.f;
-    } else {
-        rgb[0] = 2.f * 0.9f;
-        rgb[1] = 2.f * 0.95f;
-        rgb[2] = 2.f * 1.f;
-    }
-}
 
 namespace {
 
@@ -50,9 +37,7 @@ int importBin(System& system, const std::string& path, Prepare prepare, Colour c
         const Vec4f v(p.vel[0], p.vel[1], p.vel[2], 0.f);
         const int i = system.addParticle(Vec4f(p.pos[0], p.pos[1], p.pos[2], 0.f), v);
         ids[size_t(i)] = int32_t(p.id);
-        float rgb[3];
-        colour(p, v, rgb);
-        cd[size_t(i)] = Vec4f(rgb[0], rgb[1], rgb[2], 0.f);
+        cd[size_t(i)] = colour(p, v);
     }
     std::printf("reading done.\n");
     return 0;
@@ -80,8 +65,8 @@ int readInitialState(DumbParticleSystem& system, const std::string& path)
     try {
         result = dispatchImport(path, [&] {
             return importBin(system, path, [&] { system.reset(false); },
-                             [&](const fileio::BinParticle&, const Vec4f& v, float rgb[3]) {
-                                 importRampColour(v.length3(), system.whiteWaterSpeed, rgb);
+                             [&](const fileio::BinParticle&, const Vec4f& v) {
+                                 return rampColour(v.length3(), system.whiteWaterSpeed);
                              });
         });
     } catch (const std::exception& e) {
@@ -106,8 +91,8 @@ int readInitialState(GranularParticleSystem& system, const std::string& path)
         const float limit = 20.f / (system.colorScale != 0.f ? system.colorScale : 1.f);
         const int result = dispatchImport(path, [&] {
             return importBin(system, path, [&] { system.reset(); },
-                             [&](const fileio::BinParticle& p, const Vec4f&, float rgb[3]) {
-                                 importRampColour(float(int(p.density)), limit, rgb);
+                             [&](const fileio::BinParticle& p, const Vec4f&) {
+                                 return rampColour(float(int(p.density)), limit);
                              });
         });
         if (result == 0) {

@@ -16,6 +16,3 @@ int readInitialState(GranularParticleSystem& system, const std::string& path);
 // is under way. 0 on success, negative on failure (the system is then empty).
 int readInitialState(DumbParticleSystem& system, const std::string& path);
 
-// Colour of an imported particle: a ramp from dark blue-white to bright white, by value
-// against a limit. Written into `rgb`.
-void importRampColour(float value, float limit, float rgb[3]);
