@@ -1,5 +1,6 @@
 // Scene files: save-load-save stability, every row surviving, broken and partial files,
 // name clashes, the graph root kept, and a fuzz loop over mutated scenes.
+#include "app/application.h"
 #include "testenv.h"
 
 #include "particles/dumbparticlesystem.h"
@@ -40,6 +41,7 @@ protected:
         dir = fs::temp_directory_path() / ("qorva_scene_" + std::to_string(getpid()));
         fs::create_directories(dir);
         simulation->clear();
+        nodeMaster->clearGraph();
     }
     void TearDown() override { fs::remove_all(dir); }
     // Loads with standard output captured into `out`.
@@ -234,9 +236,14 @@ TEST_F(SceneFileTest, DuplicateNamesAreCountedUp)
 TEST_F(SceneFileTest, GraphRootAheadIsFoundAndKept)
 {
     writeFile(dir / "graph.qrv",
-              "<Qorva_ng><node type=\"grid\" name=\"grid1\"/></Qorva_ng>\n<Qorva><nodes><dumbParticleSystems>"
+              "<Qorva_ng><nodes><null><params nodeName=\"grid1\" enabled=\"true\"/><ui_params/><node_state/>"
+              "</null></nodes></Qorva_ng>\n<Qorva><nodes><dumbParticleSystems>"
               "<DumbParticleSystem_0 nodeName=\"d\"/></dumbParticleSystems></nodes></Qorva>");
-    ASSERT_EQ(quietLoad(dir / "graph.qrv"), 0);
+    testing::internal::CaptureStdout();
+    const int opened = openScene((dir / "graph.qrv").string());
+    testing::internal::GetCapturedStdout();
+    ASSERT_EQ(opened, 0);
+    ASSERT_NE(nodeMaster->findByName("grid1"), nullptr);
     EXPECT_EQ(simulation->dumbSystems.size(), 1u);
     ASSERT_TRUE(simulation->saveScene((dir / "graph2.qrv").string()));
     const std::string saved = readFile(dir / "graph2.qrv");

@@ -9,7 +9,10 @@
 #include "app/solvermainloop.h"
 #include "app/writingqueue.h"
 #include "graph/nodemaster.h"
+#include "graph/basenode.h"
 #include "particles/cudahost.h"
+
+#include <tinyxml2.h>
 
 #include <QDir>
 #include <QMutexLocker>
@@ -79,7 +82,12 @@ int openScene(const std::string& path)
 {
     if (simulation->loadScene(path) != 0) return -1;
     std::printf("ok.\n");
-    // The graph in the same file is read by the node master once the graph can be loaded.
+    // the graph stands beside the classic objects in the same file
+    tinyxml2::XMLDocument graph;
+    std::vector<BaseNode*> created;
+    graph.Parse(simulation->keptGraphXml.c_str());
+    if (nodeMaster->loadGraph(path, created, false, &graph) != 0) return 0;
+    std::printf("ok.\n");
     return 0;
 }
 

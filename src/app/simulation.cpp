@@ -1,5 +1,7 @@
 // The classic scene's registry and the whole-scene operations the solver loop calls.
 #include "app/simulation.h"
+#include "app/uniquename.h"
+#include "graph/nodemaster.h"
 
 #include "app/globalsettings.h"
 #include "app/globals.h"
@@ -281,21 +283,12 @@ SceneObject* Simulation::findByName(const std::string& name, int* typeCode) cons
 
 std::string Simulation::uniqueName(const std::string& wanted, const SceneObject* except) const
 {
-    auto taken = [&](const std::string& n) {
+    // classic objects and nodes share one namespace of names
+    return ::uniqueName(wanted, [&](const std::string& n) {
         for (const SceneObject* o : objectsById)
             if (o && o != except && o->name == n) return true;
-        return false;
-    };
-    if (!taken(wanted)) return wanted;
-    size_t cut = wanted.size();
-    while (cut > 0 && std::isdigit(static_cast<unsigned char>(wanted[cut - 1]))) --cut;
-    const std::string base = wanted.substr(0, cut);
-    long n = cut < wanted.size() ? std::stol(wanted.substr(cut).substr(0, 9)) : 0;
-    std::string candidate;
-    do {
-        candidate = base + std::to_string(++n);
-    } while (taken(candidate));
-    return candidate;
+        return nodeMaster && nodeMaster->findByName(n) != nullptr;
+    });
 }
 
 std::string Simulation::renameObject(SceneObject* object, const std::string& wanted)

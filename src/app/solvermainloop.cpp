@@ -168,7 +168,7 @@ void SolverMainLoop::step()
         nodeMaster->verbose = false;
         QMutexLocker lockVbo(&vboMutex);
         QMutexLocker lockGraph(&graphMutex);
-        nodeMaster->processSystemNodes();
+        nodeMaster->runSystemNodes();
     }
     if (simulation) simulation->rememberParticleCounts();
     const bool onSubframes = simulation && simulation->globalSettings &&
@@ -181,7 +181,7 @@ void SolverMainLoop::step()
         nodeMaster->graphDt = onSubframes ? s.dt : 1.f / s.fps;
         QMutexLocker lockVbo(&vboMutex);
         QMutexLocker lockGraph(&graphMutex);
-        nodeMaster->cook(onSubframes ? s.frameF : float(s.frame), true);
+        nodeMaster->cook(true);
     }
     std::printf("solved step\n");
 }

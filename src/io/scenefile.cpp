@@ -3,6 +3,8 @@
 // load, save and the connection pass are written once for all kinds.
 #include "io/scenefile.h"
 
+#include "graph/nodemaster.h"
+
 #include "app/globals.h"
 #include "app/globalsettings.h"
 #include "app/simstate.h"
@@ -233,10 +235,13 @@ bool save(Simulation& s, const std::string& path)
     }
 
     // The graph's root goes at the head of the document.
-    if (!s.keptGraphXml.empty()) {
+    // Without a graph attached (tools, tests) the text read with the scene is kept as it was.
+    {
         XMLDocument graph;
-        if (graph.Parse(s.keptGraphXml.c_str()) == tinyxml2::XML_SUCCESS && graph.RootElement())
-            doc.InsertFirstChild(graph.RootElement()->DeepClone(&doc));
+        const bool have = s.nodeMaster ? s.nodeMaster->saveGraph(std::string(), {}, &graph) == 0
+                                       : !s.keptGraphXml.empty() &&
+                                             graph.Parse(s.keptGraphXml.c_str()) == tinyxml2::XML_SUCCESS;
+        if (have && graph.RootElement()) doc.InsertFirstChild(graph.RootElement()->DeepClone(&doc));
     }
 
     const std::string tmp = path + ".tmp" + std::to_string(::getpid());

@@ -1,0 +1,8 @@
+#include "nodes/nullnode.h"
+
+NullNode::NullNode(NodeMaster* master) : GeoNode(master)
+{
+    setType("Null");
+    addInput("Input", true);
+    addOutput("Output");
+}
