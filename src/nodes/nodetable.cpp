@@ -1,6 +1,7 @@
 #include "nodes/nodetable.h"
 
 #include "nodes/nullnode.h"
+#include "nodes/writenode.h"
 
 #include <map>
 
@@ -15,6 +16,7 @@ const std::map<std::string, NodeMaker>& table()
 {
     static const std::map<std::string, NodeMaker> t = {
         {"null", &make<NullNode>},
+        {"write", &make<WriteNode>},
     };
     return t;
 }
