@@ -56,7 +56,7 @@ TEST_F(GraphFileTest, SaveLoadSaveIsByteIdenticalAndKeepsTexts)
     BaseNode* a = nodeMaster->createNode("null");
     BaseNode* w = nodeMaster->createNode("write");
     ASSERT_TRUE(a && w);
-    w->params.get("writeFilePath")->text = "$SCENEFOLDER/out/$NODENAME.$F4.obj";
+    w->params.get("writeFilePath")->text = "$SCENEFOLDER/out/$NODENAME.$F.obj";
     a->uiParams.get("posx")->text = "12.5";
     a->uiParams.evaluateAll(1, 0);
     a->stateParams.get("process")->text = "true";
@@ -71,7 +71,7 @@ TEST_F(GraphFileTest, SaveLoadSaveIsByteIdenticalAndKeepsTexts)
     ASSERT_EQ(created.size(), 2u);
     BaseNode* w2 = nodeMaster->findByName("Write");
     ASSERT_TRUE(w2);
-    EXPECT_EQ(w2->params.get("writeFilePath")->text, "$SCENEFOLDER/out/$NODENAME.$F4.obj");
+    EXPECT_EQ(w2->params.get("writeFilePath")->text, "$SCENEFOLDER/out/$NODENAME.$F.obj");
     EXPECT_FLOAT_EQ(nodeMaster->findByName("Null")->posx, 12.5f);
     EXPECT_TRUE(nodeMaster->findByName("Null")->processFlag);
     ASSERT_EQ(w2->inputPlug(0)->connections.size(), 1u);

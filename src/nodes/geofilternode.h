@@ -18,7 +18,7 @@ void keepPrims(Body& body, const std::vector<char>& keep);
 // counts are rebuilt.
 void remapPointIndices(Body& body, const std::vector<int64_t>& newIndex);
 // Keeps the points whose flag is set, in order, and everything of the Body that still fits.
-void keepPoints(Body& body, const std::vector<char>& keep);
+void keepPointSubset(Body& body, const std::vector<char>& keep);
 
 class GeoFilterNode : public GeoNode {
 public:
