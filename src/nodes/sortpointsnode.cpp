@@ -6,6 +6,7 @@
 #include "nodes/geofilternode.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <numeric>
 #include <type_traits>
@@ -64,7 +65,10 @@ void SortPointsNode::cookBody(BodyPtr& body)
             std::stable_sort(order.begin(), order.end(), [&](uint32_t x, uint32_t y) { return a[x] < a[y]; });
         } else {
             std::vector<double> keys(n);
-            for (size_t i = 0; i < n; ++i) keys[i] = firstComponent(a[i]);
+            for (size_t i = 0; i < n; ++i) {
+                keys[i] = firstComponent(a[i]);
+                if (std::isnan(keys[i])) keys[i] = 1e300; // NaN sorts last
+            }
             std::stable_sort(order.begin(), order.end(),
                              [&](uint32_t x, uint32_t y) { return keys[x] < keys[y]; });
         }

@@ -1,0 +1,203 @@
+// Copy: each copy is scaled, then turned by the shortest rotation that takes +Z onto the
+// point's orient vector, then moved to the point. Copies keep their primitive and vertex
+// attributes; the words of copyAttribs name point attributes set on the whole copy.
+#include "nodes/copynode.h"
+
+#include "geo/attribops.h"
+#include "particles/xform.h"
+
+#include <cmath>
+#include <sstream>
+#include <type_traits>
+#include <vector>
+
+namespace {
+
+bool isVectorType(int type)
+{
+    return type >= ATTRIB_VECTOR && type <= ATTRIB_NORMAL;
+}
+
+void normalise(Vec4f& n)
+{
+    const float len = n.length3();
+    if (len > 0.f && std::isfinite(len)) {
+        n.x /= len;
+        n.y /= len;
+        n.z /= len;
+    }
+}
+
+// Column-vector rotation (row-major 3x3) taking +Z onto `dir`; identity for a direction
+// that has no length.
+void rotationFromZ(const Vec4f& dir, double r[9])
+{
+    for (int i = 0; i < 9; ++i) r[i] = (i % 4 == 0) ? 1.0 : 0.0;
+    const double len = std::sqrt(double(dir.x) * dir.x + double(dir.y) * dir.y + double(dir.z) * dir.z);
+    if (!(len > 1e-12) || !std::isfinite(len)) return;
+    const double bx = dir.x / len, by = dir.y / len, bz = dir.z / len;
+    if (bz < -0.999999) { // half a turn about X
+        r[4] = -1.0;
+        r[8] = -1.0;
+        return;
+    }
+    // Rodrigues with v = z x b = (-by, bx, 0) and c = bz: R = I + [v] + [v]^2 / (1 + c).
+    const double vx = -by, vy = bx, vz = 0.0;
+    const double k[9] = {0.0, -vz, vy, vz, 0.0, -vx, -vy, vx, 0.0};
+    double k2[9];
+    for (int a = 0; a < 3; ++a)
+        for (int b = 0; b < 3; ++b) {
+            double s = 0.0;
+            for (int m = 0; m < 3; ++m) s += k[a * 3 + m] * k[m * 3 + b];
+            k2[a * 3 + b] = s;
+        }
+    const double f = 1.0 / (1.0 + bz);
+    for (int i = 0; i < 9; ++i) r[i] += k[i] + k2[i] * f;
+}
+
+// Pose of one copy in the row-vector convention (p' = p * M).
+Mat4f copyPose(float s, const Vec4f& orient, bool oriented, const Vec4f& at)
+{
+    double r[9];
+    if (oriented) {
+        rotationFromZ(orient, r);
+    } else {
+        for (int i = 0; i < 9; ++i) r[i] = (i % 4 == 0) ? 1.0 : 0.0;
+    }
+    Mat4f m;
+    for (int row = 0; row < 3; ++row)
+        for (int col = 0; col < 3; ++col) m.m[row * 4 + col] = float(s * r[col * 3 + row]);
+    m.m[12] = at.x;
+    m.m[13] = at.y;
+    m.m[14] = at.z;
+    return m;
+}
+
+// Appends `copy` to `out`: its points and primitives, and then the values of the
+// primitive and vertex attributes that appendMesh leaves at their defaults.
+void appendCopy(Body& out, const Body& copy)
+{
+    const size_t base = out.prims->size();
+    if (copy.prims->size() == 0) {
+        out.points->appendPoints(*copy.points);
+        return;
+    }
+    out.appendMesh(copy);
+    const size_t count = copy.prims->size();
+    for (const auto& [attrName, array] : out.prims->attribMap) {
+        const int type = out.prims->attribType(attrName);
+        const void* src = copy.prims->attrib(attrName);
+        if (!src || copy.prims->attribType(attrName) != type) continue;
+        withItemArray(type, array, [&](auto& dst, const auto&) {
+            using A = std::decay_t<decltype(dst)>;
+            const A& from = *static_cast<const A*>(src);
+            for (size_t k = 0; k < count && k < from.size() && base + k < dst.size(); ++k)
+                copyElem(dst, base + k, from, k);
+        });
+    }
+    for (const auto& [attrName, array] : out.vertices->attribMap) {
+        const int type = out.vertices->attribType(attrName);
+        const void* src = copy.vertices->attrib(attrName);
+        if (!src || copy.vertices->attribType(attrName) != type) continue;
+        withVertexArray(type, array, [&](auto& dst, const auto&) {
+            using A = std::decay_t<decltype(dst)>;
+            const A& from = *static_cast<const A*>(src);
+            for (size_t k = 0; k < count && k < from.size() && base + k < dst.size(); ++k) dst[base + k] = from[k];
+        });
+    }
+}
+
+std::vector<std::string> words(const std::string& text)
+{
+    std::string spaced = text;
+    for (char& ch : spaced)
+        if (ch == ',' || ch == ';') ch = ' ';
+    std::istringstream in(spaced);
+    std::vector<std::string> out;
+    for (std::string w; in >> w;) out.push_back(w);
+    return out;
+}
+
+} // namespace
+
+CopyNode::CopyNode(NodeMaster* master) : GeoNode(master)
+{
+    setType("Copy");
+    addParam(&scale, "scale", "Scale", kParamFloat, "1.0", "Scale of the input object for each point.");
+    addParam(&orientAttribName, "orientAttribName", "Orient Attrib Name", kParamString, "",
+             "Name of the vector attribute to use for orienting the instances.");
+    addParam(&copyAttribs, "copyAttribs", "Copy Attribs", kParamString, "v Cd",
+             "Attributes to copy over from left input to the output.");
+    addInput("Input-Object-to-Copy", true);
+    addInput("Input-Points-to-Copy-to", true);
+    addOutput("Output");
+}
+
+void CopyNode::process(BodyPtr& result, const CookCaller& c)
+{
+    auto lock = beginProcess(c);
+    if (useStored()) {
+        finishProcess(result, c, storedBody, true);
+        return;
+    }
+    if (hasCache(c.time)) {
+        retrieve(result, c);
+        return;
+    }
+    std::vector<BodyPtr> in = fetchInputs({0, 1});
+    BodyPtr body = in[0];
+    if (body && enabled) body = makeCopies(*body, in[1].get());
+    finishProcess(result, c, std::move(body), false);
+}
+
+BodyPtr CopyNode::makeCopies(const Body& object, const Body* targets)
+{
+    if (!targets || targets->points->size() == 0) return std::make_shared<Body>();
+    const PointData& tp = *targets->points;
+    const FloatArray* pointScale = tp.attribType("scale") == ATTRIB_FLOAT ? tp.attribAs<FloatArray>("scale") : nullptr;
+    const VecArray* orient = nullptr;
+    if (!orientAttribName.empty() && isVectorType(tp.attribType(orientAttribName)))
+        orient = tp.attribAs<VecArray>(orientAttribName);
+
+    // The object once with the carried attributes added, so every copy starts alike.
+    Body proto(object);
+    proto.isCached = false;
+    std::vector<std::string> carried;
+    for (const std::string& w : words(copyAttribs)) {
+        const int type = tp.attribType(w);
+        if (type == ATTRIB_NONE || w == "P") continue;
+        proto.points->addAttrib(w, type);
+        if (proto.points->attribType(w) == type) carried.push_back(w);
+    }
+
+    BodyPtr out;
+    for (size_t i = 0; i < tp.size(); ++i) {
+        const float s = scale * (pointScale && i < pointScale->size() ? (*pointScale)[i] : 1.f);
+        const bool oriented = orient && i < orient->size();
+        const Mat4f pose = copyPose(s, oriented ? (*orient)[i] : Vec4f(), oriented, tp.P[i]);
+        Body copy(proto);
+        PointData& pd = *copy.points;
+        for (size_t k = 0; k < pd.size(); ++k) {
+            pd.P[k] = xform::point(pd.P[k], pose);
+            if (pd.hasV) pd.v[k] = xform::direction(pd.v[k], pose);
+            if (pd.hasN) {
+                pd.N[k] = xform::direction(pd.N[k], pose);
+                normalise(pd.N[k]);
+            }
+            if (!carried.empty()) pd.copyPointAttribs(tp, i, k, carried);
+        }
+        if (copy.vertices->hasN)
+            for (auto& list : copy.vertices->N)
+                for (Vec4f& nv : list) {
+                    nv = xform::direction(nv, pose);
+                    normalise(nv);
+                }
+        if (!out) {
+            out = std::make_shared<Body>(std::move(copy));
+        } else {
+            appendCopy(*out, copy);
+        }
+    }
+    if (out->prims->size() > 0 && !object.pointPrims.empty()) out->rebuildPointPrims();
+    return out;
+}

@@ -1,0 +1,62 @@
+// Split. Each cook serves the output its caller reads (outputIndex): 0 "Remaining-Output",
+// 1 "Split-Condition-Output". The condition is marked per point in the scratch bool
+// "__internal", which never leaves the node. Primitives keep only those whose points all
+// stay. Disabled, the first output passes the input and the second is empty.
+#include "nodes/splitnode.h"
+
+#include "nodes/geofilternode.h"
+#include "params/pointexpression.h"
+
+SplitNode::SplitNode(NodeMaster* master) : GeoNode(master)
+{
+    setType("Split");
+    addParam(&splitCondition, "splitCondition", "Split Condition", kParamBool, "false",
+             "When evaluates to true then the point will be sent through the second output.");
+    addParam(&removeFromInput, "removeFromInput", "Remove From Input", kParamBool, "true",
+             "Removes filter points from the regular output.");
+    addInput("Input");
+    addOutput("Remaining-Output");
+    addOutput("Split-Condition-Output");
+}
+
+void SplitNode::process(BodyPtr& result, const CookCaller& c)
+{
+    auto lock = beginProcess(c);
+    if (useStored()) {
+        finishProcess(result, c, storedBody, true);
+        return;
+    }
+    if (hasCache(c.time)) {
+        retrieve(result, c);
+        return;
+    }
+    BodyPtr body;
+    fetchInput(body, 0);
+    const bool wantSplit = outputIndex == 1;
+    if (!body) {
+        finishProcess(result, c, nullptr, false);
+        return;
+    }
+    if (!enabled) {
+        finishProcess(result, c, wantSplit ? std::make_shared<Body>() : body, false);
+        return;
+    }
+
+    PointData& pts = *body->points;
+    const size_t n = pts.size();
+    pts.addAttrib("__internal", ATTRIB_BOOL);
+    BitArray& mark = *pts.attribAs<BitArray>("__internal");
+    Parameter* row = params.get("splitCondition");
+    if (row && row->isPerPoint) {
+        row->setPointExpression(body);
+        for (size_t i = 0; i < n; ++i) mark.set(i, row->pointExpression->value(i) != 0.f);
+    } else {
+        for (size_t i = 0; i < n; ++i) mark.set(i, splitCondition);
+    }
+
+    std::vector<char> keep(n);
+    for (size_t i = 0; i < n; ++i) keep[i] = wantSplit ? mark.get(i) : !mark.get(i);
+    if (wantSplit || removeFromInput) keepPointSubset(*body, keep);
+    body->points->removeAttrib("__internal");
+    finishProcess(result, c, std::move(body), false);
+}
