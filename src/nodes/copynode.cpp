@@ -102,7 +102,8 @@ void appendCopy(Body& out, const Body& copy)
         withVertexArray(type, array, [&](auto& dst, const auto&) {
             using A = std::decay_t<decltype(dst)>;
             const A& from = *static_cast<const A*>(src);
-            for (size_t k = 0; k < count && k < from.size() && base + k < dst.size(); ++k) dst[base + k] = from[k];
+            for (size_t k = 0; k < count && k < from.size() && base + k < dst.size(); ++k)
+                dst[base + k] = from[k];
         });
     }
 }
@@ -154,7 +155,8 @@ BodyPtr CopyNode::makeCopies(const Body& object, const Body* targets)
 {
     if (!targets || targets->points->size() == 0) return std::make_shared<Body>();
     const PointData& tp = *targets->points;
-    const FloatArray* pointScale = tp.attribType("scale") == ATTRIB_FLOAT ? tp.attribAs<FloatArray>("scale") : nullptr;
+    const FloatArray* pointScale =
+        tp.attribType("scale") == ATTRIB_FLOAT ? tp.attribAs<FloatArray>("scale") : nullptr;
     const VecArray* orient = nullptr;
     if (!orientAttribName.empty() && isVectorType(tp.attribType(orientAttribName)))
         orient = tp.attribAs<VecArray>(orientAttribName);

@@ -41,9 +41,10 @@ int64_t cellKey(int64_t x, int64_t y, int64_t z)
 DeformNode::DeformNode(NodeMaster* master) : GeoNode(master)
 {
     setType("Deform");
-    addParam(&radius, "radius", "Search Radius", kParamFloat, "0.2",
-             "The distance to look from each point in the mesh (left input) to find influence points in the rest "
-             "shape (middle input).");
+    addParam(
+        &radius, "radius", "Search Radius", kParamFloat, "0.2",
+        "The distance to look from each point in the mesh (left input) to find influence points in the rest "
+        "shape (middle input).");
     addParam(&emissionPosRef, "emissionPosRef", "Use Emission Pos Attrib", kParamBool, "false",
              "Use the right inputs emission pos attribute as a reference.");
     addInput("Geo-to-Deform");
@@ -110,37 +111,46 @@ void DeformNode::deform(Body& geo, const Body* rest, const Body* animated)
                 uint32_t(k));
 
     VecArray& P = geo.points->P;
-    tbb::parallel_for(tbb::blocked_range<size_t>(0, P.size(), 256), [&](const tbb::blocked_range<size_t>& range) {
-        for (size_t i = range.begin(); i != range.end(); ++i) {
-            const Vec4f p = P[i];
-            double sx = 0.0, sy = 0.0, sz = 0.0, sw = 0.0;
-            auto visit = [&](size_t k) {
-                const Vec4f d = p - R[k];
-                const float dist2 = d.dot3(d);
-                if (!(dist2 < r2)) return;
-                const double w = 1.0 / std::max(std::sqrt(double(dist2)), 1e-6);
-                sx += w * shift[k].x;
-                sy += w * shift[k].y;
-                sz += w * shift[k].z;
-                sw += w;
-            };
-            if (useGrid) {
-                const int64_t cx = cellOf(p.x, radius), cy = cellOf(p.y, radius), cz = cellOf(p.z, radius);
-                for (int64_t x = cx - 1; x <= cx + 1; ++x)
-                    for (int64_t y = cy - 1; y <= cy + 1; ++y)
-                        for (int64_t z = cz - 1; z <= cz + 1; ++z) {
-                            const auto it = grid.find(cellKey(x, y, z));
-                            if (it == grid.end()) continue;
-                            for (uint32_t k : it->second) visit(k);
-                        }
-            } else {
-                for (size_t k = 0; k < count; ++k) visit(k);
-            }
-            if (sw > 0.0) {
-                P[i].x += float(sx / sw);
-                P[i].y += float(sy / sw);
-                P[i].z += float(sz / sw);
-            }
-        }
-    });
+    tbb::parallel_for(tbb::blocked_range<size_t>(0, P.size(), 256),
+                      [&](const tbb::blocked_range<size_t>& range) {
+                          for (size_t i = range.begin(); i != range.end(); ++i) {
+                              const Vec4f p = P[i];
+                              double sx = 0.0, sy = 0.0, sz = 0.0, sw = 0.0;
+                              auto visit = [&](size_t k) {
+                                  const Vec4f d = p - R[k];
+                                  const float dist2 = d.dot3(d);
+                                  if (!(dist2 < r2)) return;
+                                  const double w = 1.0 / std::max(std::sqrt(double(dist2)), 1e-6);
+                                  sx += w * shift[k].x;
+                                  sy += w * shift[k].y;
+                                  sz += w * shift[k].z;
+                                  sw += w;
+                              };
+                              if (useGrid) {
+                                  const int64_t cx = cellOf(p.x, radius), cy = cellOf(p.y, radius),
+                                                cz = cellOf(p.z, radius);
+                                  int64_t seen[27];
+                                  int numSeen = 0;
+                                  for (int64_t x = cx - 1; x <= cx + 1; ++x)
+                                      for (int64_t y = cy - 1; y <= cy + 1; ++y)
+                                          for (int64_t z = cz - 1; z <= cz + 1; ++z) {
+                                              const int64_t key = cellKey(x, y, z);
+                                              // two cells may share a key; their bucket counts once
+                                              if (std::find(seen, seen + numSeen, key) != seen + numSeen)
+                                                  continue;
+                                              seen[numSeen++] = key;
+                                              const auto it = grid.find(key);
+                                              if (it == grid.end()) continue;
+                                              for (uint32_t k : it->second) visit(k);
+                                          }
+                              } else {
+                                  for (size_t k = 0; k < count; ++k) visit(k);
+                              }
+                              if (sw > 0.0) {
+                                  P[i].x += float(sx / sw);
+                                  P[i].y += float(sy / sw);
+                                  P[i].z += float(sz / sw);
+                              }
+                          }
+                      });
 }

@@ -49,7 +49,8 @@ void keepPrims(Body& body, const std::vector<char>& keep)
     PrimData& pd = *body.prims;
     gatherArray(pd.kinds, order, uint32_t(PrimData::POLYGON));
     for (size_t i = 0; i < pd.pointers.size(); ++i)
-        withItemArray(pd.types[i], pd.pointers[i], [&](auto& a, const auto& def) { gatherArray(a, order, def); });
+        withItemArray(pd.types[i], pd.pointers[i],
+                      [&](auto& a, const auto& def) { gatherArray(a, order, def); });
     body.updateCounts();
     if (!body.pointPrims.empty()) body.rebuildPointPrims();
 }
@@ -111,8 +112,10 @@ void keepPointSubset(Body& body, const std::vector<char>& keep)
 GeoFilterNode::GeoFilterNode(NodeMaster* master) : GeoNode(master)
 {
     setType("geo-filter");
-    addParam(&keepPoints, "keepPoints", "Keep Points", kParamBool, "true", "Keep points of the incoming geometry.");
-    addParam(&keepPolys, "keepPolys", "Keep Polys", kParamBool, "true", "Keep polys of the incoming geometry.");
+    addParam(&keepPoints, "keepPoints", "Keep Points", kParamBool, "true",
+             "Keep points of the incoming geometry.");
+    addParam(&keepPolys, "keepPolys", "Keep Polys", kParamBool, "true",
+             "Keep polys of the incoming geometry.");
     addParam(&keepCurves, "keepCurves", "Keep Curves", kParamBool, "true",
              "Keep curves (lines) of the incoming geometry.");
     addParam(&keepVolumes, "keepVolumes", "Keep Volumes", kParamBool, "true",

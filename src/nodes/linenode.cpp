@@ -17,7 +17,7 @@ void LineNode::cookBody(BodyPtr& body)
     const int n = numPoints;
     if (n == 1) out->points->addPoint(Vec4f());
     if (n >= 2) {
-        std::vector<uint32_t> list(size_t(n));
+        std::vector<uint32_t> list(static_cast<size_t>(n));
         for (int i = 0; i < n; ++i) {
             const float y = float(i) / float(n - 1) * length;
             list[size_t(i)] = uint32_t(out->points->addPoint(Vec4f(0.f, y, 0.f)));

@@ -1,7 +1,27 @@
 #include "nodes/nodetable.h"
 
+#include "nodes/gridnode.h"
+#include "nodes/linenode.h"
+#include "nodes/mergenode.h"
+#include "nodes/pointdeletenode.h"
+#include "nodes/pointnode.h"
+#include "nodes/reversenode.h"
+#include "nodes/scatternode.h"
+#include "nodes/sortpointsnode.h"
+#include "nodes/splitnode.h"
+#include "nodes/switchnode.h"
+#include "nodes/triangulatenode.h"
 #include "nodes/nullnode.h"
 #include "nodes/writenode.h"
+#include "nodes/xformnode.h"
+#include "nodes/noisenode.h"
+#include "nodes/copynode.h"
+#include "nodes/deformnode.h"
+#include "nodes/trailnode.h"
+#include "nodes/timeshiftnode.h"
+#include "nodes/cameranode.h"
+#include "nodes/projectnode.h"
+#include "nodes/pointmatchnode.h"
 
 #include <map>
 
@@ -16,7 +36,27 @@ const std::map<std::string, NodeMaker>& table()
 {
     static const std::map<std::string, NodeMaker> t = {
         {"null", &make<NullNode>},
+        {"grid", &make<GridNode>},
+        {"line", &make<LineNode>},
+        {"merge", &make<MergeNode>},
+        {"point", &make<PointNode>},
+        {"point-delete", &make<PointDeleteNode>},
+        {"reverse", &make<ReverseNode>},
+        {"scatter", &make<ScatterNode>},
+        {"sort-points", &make<SortPointsNode>},
+        {"split", &make<SplitNode>},
+        {"switch", &make<SwitchNode>},
+        {"triangulate", &make<TriangulateNode>},
         {"write", &make<WriteNode>},
+        {"transform", &make<XformNode>},
+        {"noise", &make<NoiseNode>},
+        {"copy", &make<CopyNode>},
+        {"deform", &make<DeformNode>},
+        {"trail", &make<TrailNode>},
+        {"timeshift", &make<TimeshiftNode>},
+        {"camera", &make<CameraNode>},
+        {"project", &make<ProjectNode>},
+        {"point-match", &make<PointMatchNode>},
     };
     return t;
 }

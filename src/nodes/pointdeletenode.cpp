@@ -19,9 +19,11 @@
 PointDeleteNode::PointDeleteNode(NodeMaster* master) : GeoNode(master)
 {
     setType("Point-Delete");
-    addParam(&invertVolume, "invertVolume", "Invert Volume", kParamBool, "false", "Invert second input's volume.");
+    addParam(&invertVolume, "invertVolume", "Invert Volume", kParamBool, "false",
+             "Invert second input's volume.");
     addParam(&proximity, "proximity", "Proximity", kParamFloat, "0", "Distance to the volume sdf.");
-    addParam(&indices, "indices", "Indices to Delete", kParamString, "", "The point indices you want to delete.");
+    addParam(&indices, "indices", "Indices to Delete", kParamString, "",
+             "The point indices you want to delete.");
     addInput("Input-Points");
     addInput("Mask-Volume", true);
     addOutput("Output");

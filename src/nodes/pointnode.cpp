@@ -7,7 +7,8 @@
 PointNode::PointNode(NodeMaster* master) : GeoNode(master)
 {
     setType("Point");
-    addParam(&addPoint, "addPoint", "Add Point", kParamBool, "true", "Turn on to add one point to the output.");
+    addParam(&addPoint, "addPoint", "Add Point", kParamBool, "true",
+             "Turn on to add one point to the output.");
     addParam(&posX, "posX", "Pos X", kParamFloat, "0", "The x-position of the new point.");
     addParam(&posY, "posY", "Pos Y", kParamFloat, "0", "The y-position of the new point.");
     addParam(&posZ, "posZ", "Pos Z", kParamFloat, "0", "The z-position of the new point.");

@@ -46,9 +46,9 @@ XformNode::XformNode(NodeMaster* master) : GeoNode(master)
 
 bool XformNode::currentMatrix(Mat4f& out) const
 {
-    const Mat4f m = xform::compose(Vec4f(translateX, translateY, translateZ),
-                                   Vec4f(rotateX, rotateY, rotateZ),
-                                   Vec4f(scaleX * unifScale, scaleY * unifScale, scaleZ * unifScale));
+    const Mat4f m =
+        xform::compose(Vec4f(translateX, translateY, translateZ), Vec4f(rotateX, rotateY, rotateZ),
+                       Vec4f(scaleX * unifScale, scaleY * unifScale, scaleZ * unifScale));
     if (!inverse) {
         out = m;
         return true;
