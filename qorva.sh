@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Qorva's one entry for set-up, building, the demo, tests and benchmarks.
-#   ./qorva.sh demo    install what is missing, build Release, simulate the demo scene headless
+#   ./qorva.sh demo    install what is missing, build Release, simulate the demo scenes headless
 #   ./qorva.sh test    install, build, run the whole test suite
 #   ./qorva.sh bench   install, build, run the benchmarks and record them in docs/PERFORMANCE.md
 #   ./qorva.sh build   install and build only
@@ -48,7 +48,15 @@ demo() {
   local files
   files=$(find "$out" -maxdepth 1 -name '*.bin' -type f | wc -l)
   echo
-  echo "Demo finished. Caches are in: $out ($files .bin files, one per frame and system)"
+  echo "Simulating scenes/graph_demo.qrv headless (a node graph writing an OBJ per frame)..."
+  rm -rf "$out/graph"
+  "$BUILD_DIR/src/qorva" --sim --headless "$ROOT/scenes/graph_demo.qrv" | grep -v -e '^solved step$' -e 'preparing to write frame'
+  local meshes
+  meshes=$(find "$out/graph" -maxdepth 1 -name '*.obj' -type f 2>/dev/null | wc -l)
+  echo
+  echo "Demo finished."
+  echo "  particle caches: $out ($files .bin files, one per frame and system)"
+  echo "  graph meshes:    $out/graph ($meshes .obj files, one per frame)"
 }
 
 run_tests() {
