@@ -8,6 +8,7 @@
 #include "graph/basenode.h"
 #include "io/fileio.h"
 #include "particles/dumbparticlesystem.h"
+#include "particles/source.h"
 
 #include <gtest/gtest.h>
 
@@ -47,7 +48,14 @@ protected:
         BaseNode* write = nodeMaster->findByName("sway");
         EXPECT_TRUE(write);
         if (write) write->params.get("writeFilePath")->text = "$SCENEFOLDER/meshes/$NODENAME.$F.obj";
-        simulation->createDumbSystem("dots")->params.get("exportFormat")->text = "bin";
+        DumbParticleSystem* dots = simulation->createDumbSystem("dots");
+        dots->exportFormat = "bin";
+        dots->params.get("exportFormat")->text = "bin";
+        Source* pour = simulation->createSource("pour");
+        pour->params.get("sourceType")->text = "Plane";
+        pour->params.get("translateY")->text = "2";
+        pour->params.evaluateAll(1, 0);
+        dots->connectSource(pour);
         const fs::path scene = dir / "scene.qrv";
         EXPECT_TRUE(simulation->saveScene(scene.string()));
         return scene;
