@@ -7,6 +7,9 @@
 #include "nodes/geofilternode.h"
 #include "params/pointexpression.h"
 
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+
 SplitNode::SplitNode(NodeMaster* master) : GeoNode(master)
 {
     setType("Split");
@@ -49,7 +52,13 @@ void SplitNode::process(BodyPtr& result, const CookCaller& c)
     Parameter* row = params.get("splitCondition");
     if (row && row->isPerPoint) {
         row->setPointExpression(body);
-        for (size_t i = 0; i < n; ++i) mark.set(i, row->pointExpression->value(i) != 0.f);
+        // evaluated in parallel blocks, marked in one pass (bits of a word can't be set from two threads)
+        std::vector<float> values(n);
+        const PointExpression& expression = *row->pointExpression;
+        tbb::parallel_for(tbb::blocked_range<size_t>(0, n, 4096), [&](const tbb::blocked_range<size_t>& r) {
+            expression.values(r.begin(), r.size(), values.data() + r.begin());
+        });
+        for (size_t i = 0; i < n; ++i) mark.set(i, values[i] != 0.f);
     } else {
         for (size_t i = 0; i < n; ++i) mark.set(i, splitCondition);
     }

@@ -6,6 +6,8 @@
 #include "graph/nodemaster.h"
 #include "particles/xform.h"
 
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
 #include <cmath>
 #include <cstdio>
 
@@ -85,23 +87,25 @@ void XformNode::cookBody(BodyPtr& body)
     const size_t n = pd.size();
     if (haveBefore && !pd.hasV) pd.addAttrib("v", ATTRIB_VELOCITY);
     const float fps = nodeMaster ? nodeMaster->fps() : 24.f;
-    for (size_t i = 0; i < n; ++i) {
-        const Vec4f p0 = pd.P[i];
-        pd.P[i] = xform::point(p0, m);
-        if (pd.hasV && i < pd.v.size()) {
-            if (haveBefore) {
-                Vec4f vel = (pd.P[i] - xform::point(p0, before)) * fps;
-                vel.w = pd.v[i].w;
-                pd.v[i] = vel;
-            } else {
-                pd.v[i] = xform::direction(pd.v[i], m);
+    tbb::parallel_for(tbb::blocked_range<size_t>(0, n, 4096), [&](const tbb::blocked_range<size_t>& range) {
+        for (size_t i = range.begin(); i < range.end(); ++i) {
+            const Vec4f p0 = pd.P[i];
+            pd.P[i] = xform::point(p0, m);
+            if (pd.hasV && i < pd.v.size()) {
+                if (haveBefore) {
+                    Vec4f vel = (pd.P[i] - xform::point(p0, before)) * fps;
+                    vel.w = pd.v[i].w;
+                    pd.v[i] = vel;
+                } else {
+                    pd.v[i] = xform::direction(pd.v[i], m);
+                }
+            }
+            if (pd.hasN && haveNormalMap && i < pd.N.size()) {
+                pd.N[i] = xform::gradient(pd.N[i], normalMap);
+                normalise(pd.N[i]);
             }
         }
-        if (pd.hasN && haveNormalMap && i < pd.N.size()) {
-            pd.N[i] = xform::gradient(pd.N[i], normalMap);
-            normalise(pd.N[i]);
-        }
-    }
+    });
     VertexData& vd = *body->vertices;
     if (vd.hasN && haveNormalMap)
         for (auto& list : vd.N)
