@@ -133,6 +133,20 @@ std::unique_lock<std::mutex> GeoNode::beginProcess(const CookCaller& c)
     return lock;
 }
 
+bool GeoNode::prologue(BodyPtr& result, const CookCaller& c, std::unique_lock<std::mutex>& lock)
+{
+    lock = beginProcess(c);
+    if (useStored()) {
+        finishProcess(result, c, storedBody, true);
+        return true;
+    }
+    if (hasCache(c.time)) {
+        retrieve(result, c);
+        return true;
+    }
+    return false;
+}
+
 bool GeoNode::useStored() const
 {
     if (storedBody && caller.time == storedTime) return true;
@@ -349,15 +363,8 @@ void GeoNode::cookBody(BodyPtr&) {}
 
 void GeoNode::processFilter(BodyPtr& result, const CookCaller& c)
 {
-    auto lock = beginProcess(c);
-    if (useStored()) {
-        finishProcess(result, c, storedBody, true);
-        return;
-    }
-    if (hasCache(c.time)) {
-        retrieve(result, c);
-        return;
-    }
+    std::unique_lock<std::mutex> lock;
+    if (prologue(result, c, lock)) return;
     BodyPtr body;
     if (inputs.empty()) {
         body = std::make_shared<Body>();

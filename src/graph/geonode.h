@@ -51,6 +51,9 @@ public:
     // The process pattern, piece by piece. beginProcess locks nodeMutex for as long as
     // the returned lock lives, stores the caller and evaluates the rows at its time.
     std::unique_lock<std::mutex> beginProcess(const CookCaller& caller);
+    // beginProcess into `lock`, then the stored dynamic result or the plug cache: true
+    // when `result` is answered by either and the node has nothing left to do.
+    bool prologue(BodyPtr& result, const CookCaller& caller, std::unique_lock<std::mutex>& lock);
     void finishProcess(BodyPtr& result, const CookCaller& caller, BodyPtr body, bool isStored);
     void retrieve(BodyPtr& result, const CookCaller& caller);
     void getInput(BodyPtr& result, int index, float time, bool noCopy);

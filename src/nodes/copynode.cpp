@@ -136,15 +136,8 @@ CopyNode::CopyNode(NodeMaster* master) : GeoNode(master)
 
 void CopyNode::process(BodyPtr& result, const CookCaller& c)
 {
-    auto lock = beginProcess(c);
-    if (useStored()) {
-        finishProcess(result, c, storedBody, true);
-        return;
-    }
-    if (hasCache(c.time)) {
-        retrieve(result, c);
-        return;
-    }
+    std::unique_lock<std::mutex> lock;
+    if (prologue(result, c, lock)) return;
     std::vector<BodyPtr> in = fetchInputs({0, 1});
     BodyPtr body = in[0];
     if (body && enabled) body = makeCopies(*body, in[1].get());

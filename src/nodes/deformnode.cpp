@@ -55,15 +55,8 @@ DeformNode::DeformNode(NodeMaster* master) : GeoNode(master)
 
 void DeformNode::process(BodyPtr& result, const CookCaller& c)
 {
-    auto lock = beginProcess(c);
-    if (useStored()) {
-        finishProcess(result, c, storedBody, true);
-        return;
-    }
-    if (hasCache(c.time)) {
-        retrieve(result, c);
-        return;
-    }
+    std::unique_lock<std::mutex> lock;
+    if (prologue(result, c, lock)) return;
     std::vector<BodyPtr> in = fetchInputs({0, 1, 2});
     BodyPtr body = in[0];
     if (body && enabled) deform(*body, in[1].get(), in[2].get());

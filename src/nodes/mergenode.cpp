@@ -16,15 +16,8 @@ MergeNode::MergeNode(NodeMaster* master) : GeoNode(master)
 
 void MergeNode::process(BodyPtr& result, const CookCaller& c)
 {
-    auto lock = beginProcess(c);
-    if (useStored()) {
-        finishProcess(result, c, storedBody, true);
-        return;
-    }
-    if (hasCache(c.time)) {
-        retrieve(result, c);
-        return;
-    }
+    std::unique_lock<std::mutex> lock;
+    if (prologue(result, c, lock)) return;
     std::vector<int> which(inputs.size());
     for (size_t i = 0; i < which.size(); ++i) which[i] = int(i);
     std::vector<BodyPtr> pulled = fetchInputs(which);

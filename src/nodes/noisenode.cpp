@@ -55,15 +55,8 @@ NoiseNode::NoiseNode(NodeMaster* master) : GeoNode(master)
 
 void NoiseNode::process(BodyPtr& result, const CookCaller& c)
 {
-    auto lock = beginProcess(c);
-    if (useStored()) {
-        finishProcess(result, c, storedBody, true);
-        return;
-    }
-    if (hasCache(c.time)) {
-        retrieve(result, c);
-        return;
-    }
+    std::unique_lock<std::mutex> lock;
+    if (prologue(result, c, lock)) return;
     BodyPtr body;
     fetchInput(body, 0);
     // A per-point `enabled` row reads false as a whole; the mask decides per point.

@@ -122,15 +122,8 @@ bool PointDeleteNode::deletePoints(const BodyPtr& body, const BodyPtr& mask, boo
 
 void PointDeleteNode::process(BodyPtr& result, const CookCaller& c)
 {
-    auto lock = beginProcess(c);
-    if (useStored()) {
-        finishProcess(result, c, storedBody, true);
-        return;
-    }
-    if (hasCache(c.time)) {
-        retrieve(result, c);
-        return;
-    }
+    std::unique_lock<std::mutex> lock;
+    if (prologue(result, c, lock)) return;
     std::vector<BodyPtr> in = fetchInputs({0, 1});
     BodyPtr body = in[0];
     const Parameter* row = params.get("enabled");

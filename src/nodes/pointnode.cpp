@@ -19,15 +19,8 @@ PointNode::PointNode(NodeMaster* master) : GeoNode(master)
 
 void PointNode::process(BodyPtr& result, const CookCaller& c)
 {
-    auto lock = beginProcess(c);
-    if (useStored()) {
-        finishProcess(result, c, storedBody, true);
-        return;
-    }
-    if (hasCache(c.time)) {
-        retrieve(result, c);
-        return;
-    }
+    std::unique_lock<std::mutex> lock;
+    if (prologue(result, c, lock)) return;
     BodyPtr body;
     const bool wired = !inputs.empty() && inputs.front()->sourceNode();
     if (wired)

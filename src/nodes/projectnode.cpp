@@ -36,15 +36,8 @@ ProjectNode::ProjectNode(NodeMaster* master) : GeoNode(master)
 
 void ProjectNode::process(BodyPtr& result, const CookCaller& c)
 {
-    auto lock = beginProcess(c);
-    if (useStored()) {
-        finishProcess(result, c, storedBody, true);
-        return;
-    }
-    if (hasCache(c.time)) {
-        retrieve(result, c);
-        return;
-    }
+    std::unique_lock<std::mutex> lock;
+    if (prologue(result, c, lock)) return;
     std::vector<BodyPtr> in = fetchInputs({0, 1});
     BodyPtr body = in[0];
     if (body && enabled && !project(*body, in[1].get())) body = std::make_shared<Body>();

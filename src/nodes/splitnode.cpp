@@ -24,15 +24,8 @@ SplitNode::SplitNode(NodeMaster* master) : GeoNode(master)
 
 void SplitNode::process(BodyPtr& result, const CookCaller& c)
 {
-    auto lock = beginProcess(c);
-    if (useStored()) {
-        finishProcess(result, c, storedBody, true);
-        return;
-    }
-    if (hasCache(c.time)) {
-        retrieve(result, c);
-        return;
-    }
+    std::unique_lock<std::mutex> lock;
+    if (prologue(result, c, lock)) return;
     BodyPtr body;
     fetchInput(body, 0);
     const bool wantSplit = outputIndex == 1;

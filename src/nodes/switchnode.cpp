@@ -33,15 +33,8 @@ void SwitchNode::checkDirty(DirtyResult& r, const CookCaller& c)
 
 void SwitchNode::process(BodyPtr& result, const CookCaller& c)
 {
-    auto lock = beginProcess(c);
-    if (useStored()) {
-        finishProcess(result, c, storedBody, true);
-        return;
-    }
-    if (hasCache(c.time)) {
-        retrieve(result, c);
-        return;
-    }
+    std::unique_lock<std::mutex> lock;
+    if (prologue(result, c, lock)) return;
     BodyPtr body;
     const int chosen = chosenInput();
     if (chosen >= 0) fetchInput(body, chosen);

@@ -22,15 +22,8 @@ float TimeshiftNode::shiftedTime(float time) const
 
 void TimeshiftNode::process(BodyPtr& result, const CookCaller& c)
 {
-    auto lock = beginProcess(c);
-    if (useStored()) {
-        finishProcess(result, c, storedBody, true);
-        return;
-    }
-    if (hasCache(c.time)) {
-        retrieve(result, c);
-        return;
-    }
+    std::unique_lock<std::mutex> lock;
+    if (prologue(result, c, lock)) return;
     BodyPtr body;
     const Plug* in = inputPlug(0);
     getInput(body, 0, shiftedTime(c.time), in && in->noCopy);

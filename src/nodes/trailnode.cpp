@@ -18,15 +18,8 @@ TrailNode::TrailNode(NodeMaster* master) : GeoNode(master)
 
 void TrailNode::process(BodyPtr& result, const CookCaller& c)
 {
-    auto lock = beginProcess(c);
-    if (useStored()) {
-        finishProcess(result, c, storedBody, true);
-        return;
-    }
-    if (hasCache(c.time)) {
-        retrieve(result, c);
-        return;
-    }
+    std::unique_lock<std::mutex> lock;
+    if (prologue(result, c, lock)) return;
     const Plug* in = inputPlug(0);
     if (!enabled || !in || !in->sourceNode()) {
         BodyPtr body;
