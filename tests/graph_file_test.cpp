@@ -245,3 +245,36 @@ TEST_F(GraphFileTest, FactoryKeysNamesAndColours)
 }
 
 } // namespace
+
+namespace {
+
+TEST_F(GraphFileTest, CopyWritesOnlyWiresAmongTheChosenAndPastesStepAway)
+{
+    BaseNode* a = nodeMaster->createNodeAt("null", 0.f, 0.f);
+    BaseNode* b = nodeMaster->createNodeAt("null", 100.f, 50.f);
+    BaseNode* c = nodeMaster->createNodeAt("null", 200.f, 100.f);
+    nodeMaster->connectPlugs(a->outputPlug(0), b->inputPlug(0));
+    nodeMaster->connectPlugs(b->outputPlug(0), c->inputPlug(0));
+    testing::internal::CaptureStdout();
+    ASSERT_EQ(nodeMaster->copyNodes({a, b}), 0);
+    testing::internal::GetCapturedStdout();
+    const std::string saved = readFile(NodeMaster::clipboardPath() + ".ng");
+    size_t wires = 0;
+    for (size_t at = saved.find("<wire "); at != std::string::npos; at = saved.find("<wire ", at + 1)) ++wires;
+    EXPECT_EQ(wires, 1u);
+    for (int paste = 1; paste <= 3; ++paste) {
+        std::vector<BaseNode*> created;
+        testing::internal::CaptureStdout();
+        ASSERT_EQ(nodeMaster->pasteNodes(created), 0);
+        testing::internal::GetCapturedStdout();
+        ASSERT_EQ(created.size(), 2u);
+        EXPECT_FLOAT_EQ(created[0]->posx, 25.f * float(paste));
+        EXPECT_FLOAT_EQ(created[0]->posy, 25.f * float(paste));
+        EXPECT_FLOAT_EQ(created[1]->posx, 100.f + 25.f * float(paste));
+        ASSERT_EQ(created[1]->inputPlug(0)->connections.size(), 1u);
+        EXPECT_EQ(created[1]->inputPlug(0)->connections.front()->owner, created[0]) << "wires follow the new names";
+    }
+    EXPECT_EQ(nodeMaster->nodes.size(), 9u);
+}
+
+} // namespace

@@ -97,6 +97,17 @@ public:
     int loadGraph(const std::string& path, std::vector<BaseNode*>& created, bool append,
                   tinyxml2::XMLDocument* document);
 
+    // The clipboard: copy writes the chosen nodes and the wires among them to a graph file in
+    // the system's temporary folder; each paste appends them again, 25 units further along
+    // both axes than the paste before, selected as `created`.
+    int copyNodes(const std::vector<BaseNode*>& selection);
+    int pasteNodes(std::vector<BaseNode*>& created);
+    static std::string clipboardPath(); // without the ".ng" that saveGraph adds
+    float copyCenterX = 0.f, copyCenterY = 0.f;
+
+    // A node made by key at a place in the node editor; null for an unknown key.
+    BaseNode* createNodeAt(const std::string& key, float x, float y);
+
     // SimState's values as node code sees them.
     int32_t frame() const;
     float currentTime() const;
