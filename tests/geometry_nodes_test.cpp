@@ -1,9 +1,7 @@
 // Geometry nodes: Line, Grid, Reverse, Triangulate, Geo-Filter, Merge and Scatter, each
 // on a tiny hand-made case (a quad, a few points, a coarse level-set sphere).
-#include "testenv.h"
+#include "nodetestkit.h"
 
-#include "geo/body.h"
-#include "graph/plug.h"
 #include "nodes/geofilternode.h"
 #include "nodes/gridnode.h"
 #include "nodes/linenode.h"
@@ -20,22 +18,6 @@
 #include <cmath>
 
 namespace {
-
-// Sends a copy of a fixed Body.
-class FixedNode : public GeoNode {
-public:
-    explicit FixedNode(NodeMaster* master, BodyPtr b) : GeoNode(master), body(std::move(b))
-    {
-        setType("Fixed");
-        addOutput("Output");
-    }
-    void process(BodyPtr& result, const CookCaller& c) override
-    {
-        auto lock = beginProcess(c);
-        finishProcess(result, c, body ? std::make_shared<Body>(*body) : nullptr, false);
-    }
-    BodyPtr body;
-};
 
 BodyPtr quadAndLine()
 {
@@ -55,56 +37,14 @@ openvdb::FloatGrid::Ptr sphere(float radius, float voxel)
     return openvdb::tools::createLevelSetSphere<openvdb::FloatGrid>(radius, openvdb::Vec3f(0.f), voxel);
 }
 
-class GeometryNodesTest : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        ensureSceneRecords();
-        nodeMaster->clearGraph();
-    }
-    void TearDown() override { nodeMaster->clearGraph(); }
-
-    FixedNode* source(BodyPtr b)
-    {
-        auto* n = new FixedNode(nodeMaster, std::move(b));
-        nodeMaster->registerNode(n);
-        return n;
-    }
-    template <class T> T* make(const std::string& key)
-    {
-        auto* n = dynamic_cast<T*>(nodeMaster->createNode(key));
-        EXPECT_NE(n, nullptr) << key;
-        return n;
-    }
-    void wire(GeoNode* from, GeoNode* to, int toInput = 0)
-    {
-        ASSERT_GE(nodeMaster->connectPlugs(from->outputPlug(0), to->inputPlug(toInput)), 0);
-    }
-    // Reads the node's output through a Null; everything is cooked anew.
-    BodyPtr pull(GeoNode* node)
-    {
-        auto* sink = static_cast<GeoNode*>(nodeMaster->createNode("null"));
-        nodeMaster->connectPlugs(node->outputPlug(0), sink->inputPlug(0));
-        for (GeoNode* g : nodeMaster->getGeoNodes()) g->dirty = true;
-        BodyPtr r;
-        CookCaller c;
-        c.time = 1.f;
-        c.atRoot = false;
-        sink->process(r, c);
-        return r;
-    }
-    static void set(GeoNode* n, const std::string& key, const std::string& text)
-    {
-        n->params.get(key)->text = text;
-    }
-};
+using GeometryNodesTest = NodeTestBase;
 
 TEST_F(GeometryNodesTest, LineRunsUpTheYAxis)
 {
     auto* line = make<LineNode>("line");
     set(line, "numPoints", "5");
     set(line, "length", "2");
-    BodyPtr r = pull(line);
+    BodyPtr r = pullAnew(line);
     ASSERT_TRUE(r);
     ASSERT_EQ(r->points->size(), 5u);
     for (size_t i = 0; i < 5; ++i) EXPECT_EQ(r->points->P[i], Vec4f(0.f, 0.5f * float(i), 0.f));
@@ -115,11 +55,11 @@ TEST_F(GeometryNodesTest, LineRunsUpTheYAxis)
     EXPECT_EQ(r->numLineVertices, 5u);
 
     set(line, "numPoints", "1");
-    r = pull(line);
+    r = pullAnew(line);
     EXPECT_EQ(r->points->size(), 1u);
     EXPECT_EQ(r->prims->size(), 0u);
     set(line, "numPoints", "0");
-    EXPECT_EQ(pull(line)->points->size(), 0u);
+    EXPECT_EQ(pullAnew(line)->points->size(), 0u);
 }
 
 TEST_F(GeometryNodesTest, GridCountsAndExtents)
@@ -129,7 +69,7 @@ TEST_F(GeometryNodesTest, GridCountsAndExtents)
     set(grid, "dimZ", "4");
     set(grid, "subdivX", "2");
     set(grid, "subdivZ", "3");
-    BodyPtr r = pull(grid);
+    BodyPtr r = pullAnew(grid);
     ASSERT_TRUE(r);
     EXPECT_EQ(r->points->size(), 12u);
     ASSERT_EQ(r->prims->size(), 6u);
@@ -149,16 +89,15 @@ TEST_F(GeometryNodesTest, GridCountsAndExtents)
     EXPECT_NEAR(r->points->N[5].y, 1.f, 1e-3f);
 
     auto* defaults = make<GridNode>("grid");
-    BodyPtr d = pull(defaults);
+    BodyPtr d = pullAnew(defaults);
     EXPECT_EQ(d->points->size(), 121u);
     EXPECT_EQ(d->prims->size(), 100u);
 }
 
 TEST_F(GeometryNodesTest, ReverseFlipsVertexOrder)
 {
-    auto* rev = make<ReverseNode>("reverse");
-    wire(source(quadAndLine()), rev);
-    BodyPtr r = pull(rev);
+    auto* rev = makeWith<ReverseNode>("reverse", {quadAndLine()});
+    BodyPtr r = pullAnew(rev);
     ASSERT_TRUE(r);
     EXPECT_EQ(r->vertices->indices[0], (std::vector<uint32_t>{3, 2, 1, 0}));
     EXPECT_EQ(r->vertices->indices[1], (std::vector<uint32_t>{5, 4}));
@@ -170,9 +109,8 @@ TEST_F(GeometryNodesTest, TriangulateFansPolygonsAndDropsLines)
     BodyPtr in = quadAndLine();
     in->prims->addAttrib("piece", PRIM_INT);
     (*in->prims->attribAs<IntArray>("piece"))[0] = 7;
-    auto* tri = make<TriangulateNode>("triangulate");
-    wire(source(in), tri);
-    BodyPtr r = pull(tri);
+    auto* tri = makeWith<TriangulateNode>("triangulate", {in});
+    BodyPtr r = pullAnew(tri);
     ASSERT_TRUE(r);
     EXPECT_EQ(r->points->size(), 6u);
     ASSERT_EQ(r->prims->size(), 2u);
@@ -195,7 +133,7 @@ TEST_F(GeometryNodesTest, GeoFilterRemovesWhatIsNotKept)
     EXPECT_EQ(filter->nodeKey, "geo-filter");
     wire(source(in), filter);
 
-    BodyPtr r = pull(filter);
+    BodyPtr r = pullAnew(filter);
     ASSERT_TRUE(r);
     EXPECT_EQ(r->prims->size(), 2u);
     EXPECT_EQ(r->volumes->size(), 1u);
@@ -203,7 +141,7 @@ TEST_F(GeometryNodesTest, GeoFilterRemovesWhatIsNotKept)
     set(filter, "keepPolys", "false");
     set(filter, "keepPoints", "false");
     set(filter, "keepVolumes", "false");
-    r = pull(filter);
+    r = pullAnew(filter);
     ASSERT_EQ(r->prims->size(), 1u);
     EXPECT_EQ(r->prims->kinds[0], uint32_t(PrimData::LINE));
     ASSERT_EQ(r->points->size(), 2u); // the quad's points went with it
@@ -214,7 +152,7 @@ TEST_F(GeometryNodesTest, GeoFilterRemovesWhatIsNotKept)
 
     set(filter, "keepPoints", "true");
     set(filter, "keepCurves", "false");
-    r = pull(filter);
+    r = pullAnew(filter);
     EXPECT_EQ(r->prims->size(), 0u);
     EXPECT_EQ(r->points->size(), 6u);
     ASSERT_TRUE(r->points->hasAttrib("uv")); // the texture coordinates moved to the points
@@ -241,7 +179,7 @@ TEST_F(GeometryNodesTest, MergeOfPointSetsUnitesAttributesAndShiftsConstraints)
     EXPECT_EQ(merge->inputs[1]->name, "Input1");
     wire(source(a), merge, 0);
     wire(source(b), merge, 1);
-    BodyPtr r = pull(merge);
+    BodyPtr r = pullAnew(merge);
     ASSERT_TRUE(r);
     ASSERT_EQ(r->points->size(), 5u);
     EXPECT_EQ(r->points->P[3], Vec4f(6.f, 0, 0));
@@ -261,17 +199,17 @@ TEST_F(GeometryNodesTest, MergeOfPointSetsUnitesAttributesAndShiftsConstraints)
 TEST_F(GeometryNodesTest, MergeWithMeshAndMissingInputs)
 {
     auto* merge = make<MergeNode>("merge");
-    EXPECT_FALSE(pull(merge));
+    EXPECT_FALSE(pullAnew(merge));
 
     wire(source(quadAndLine()), merge, 1);
-    BodyPtr r = pull(merge); // one input: sent as it is
+    BodyPtr r = pullAnew(merge); // one input: sent as it is
     ASSERT_TRUE(r);
     EXPECT_EQ(r->points->size(), 6u);
 
     auto* line = make<LineNode>("line");
     set(line, "numPoints", "3");
     wire(line, merge, 0);
-    r = pull(merge);
+    r = pullAnew(merge);
     ASSERT_EQ(r->points->size(), 9u);
     ASSERT_EQ(r->prims->size(), 3u);
     EXPECT_EQ(r->vertices->indices[1], (std::vector<uint32_t>{3, 4, 5, 6}));
@@ -286,8 +224,8 @@ TEST_F(GeometryNodesTest, ScatterPointDensityIsRepeatable)
     EXPECT_EQ(scatter->inputs[0]->name, "Volume-Input");
     EXPECT_EQ(scatter->outputs[0]->name, "Points-Output");
     wire(source(in), scatter);
-    BodyPtr first = pull(scatter);
-    BodyPtr second = pull(scatter);
+    BodyPtr first = pullAnew(scatter);
+    BodyPtr second = pullAnew(scatter);
     ASSERT_TRUE(first);
     ASSERT_TRUE(second);
     EXPECT_GT(first->points->size(), 50u);
@@ -296,7 +234,7 @@ TEST_F(GeometryNodesTest, ScatterPointDensityIsRepeatable)
     for (const Vec4f& p : first->points->P) EXPECT_LT(p.length3(), 1.3f);
 
     set(scatter, "pointsPerVoxel", "2");
-    EXPECT_GT(pull(scatter)->points->size(), first->points->size());
+    EXPECT_GT(pullAnew(scatter)->points->size(), first->points->size());
 }
 
 TEST_F(GeometryNodesTest, ScatterGridLayoutOnePointPerInsideVoxel)
@@ -310,7 +248,7 @@ TEST_F(GeometryNodesTest, ScatterGridLayoutOnePointPerInsideVoxel)
     auto* scatter = make<ScatterNode>("scatter");
     set(scatter, "mode", "Grid Layout");
     wire(source(in), scatter);
-    BodyPtr r = pull(scatter);
+    BodyPtr r = pullAnew(scatter);
     ASSERT_TRUE(r);
     ASSERT_GT(expected, 0u);
     EXPECT_EQ(r->points->size(), expected);
@@ -325,18 +263,16 @@ TEST_F(GeometryNodesTest, ScatterWithoutUsableGrid)
 {
     auto plain = std::make_shared<Body>();
     plain->points->addPoint(Vec4f(1, 2, 3));
-    auto* scatter = make<ScatterNode>("scatter");
-    wire(source(plain), scatter);
-    BodyPtr r = pull(scatter); // no grid: the input goes through
+    auto* scatter = makeWith<ScatterNode>("scatter", {plain});
+    BodyPtr r = pullAnew(scatter); // no grid: the input goes through
     ASSERT_TRUE(r);
     EXPECT_EQ(r->points->size(), 1u);
 
     auto other = std::make_shared<Body>();
     other->volumes->setVolume("temperature", VOLUME_FLOAT, openvdb::FloatGrid::create());
-    auto* s2 = make<ScatterNode>("scatter");
-    wire(source(other), s2);
+    auto* s2 = makeWith<ScatterNode>("scatter", {other});
     testing::internal::CaptureStdout();
-    r = pull(s2);
+    r = pullAnew(s2);
     EXPECT_NE(testing::internal::GetCapturedStdout().find("volume doesn't have sdf or fog volume."),
               std::string::npos);
     EXPECT_EQ(r->points->size(), 0u);
@@ -344,7 +280,7 @@ TEST_F(GeometryNodesTest, ScatterWithoutUsableGrid)
 
     set(s2, "mode", "Grid Layout");
     testing::internal::CaptureStdout();
-    r = pull(s2);
+    r = pullAnew(s2);
     EXPECT_NE(testing::internal::GetCapturedStdout().find("volume doesn't have sdf."), std::string::npos);
     EXPECT_EQ(r->points->size(), 0u);
 }

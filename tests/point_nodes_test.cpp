@@ -1,9 +1,7 @@
 // Point nodes: Point, Point-Delete (indices, mask volume, per-point mask, bad index
 // text), Sort-Points, Split on both outputs and Switch, each on a few hand-made points.
-#include "testenv.h"
+#include "nodetestkit.h"
 
-#include "geo/body.h"
-#include "graph/plug.h"
 #include "nodes/pointdeletenode.h"
 #include "nodes/pointnode.h"
 #include "nodes/sortpointsnode.h"
@@ -15,33 +13,7 @@
 #include <openvdb/openvdb.h>
 #include <openvdb/tools/LevelSetSphere.h>
 
-#include <algorithm>
-
 namespace {
-
-// Sends a copy of a fixed Body and counts how often it is cooked and checked.
-class FixedNode : public GeoNode {
-public:
-    explicit FixedNode(NodeMaster* master, BodyPtr b) : GeoNode(master), body(std::move(b))
-    {
-        setType("Fixed");
-        addOutput("Output");
-    }
-    void process(BodyPtr& result, const CookCaller& c) override
-    {
-        auto lock = beginProcess(c);
-        ++cooks;
-        finishProcess(result, c, body ? std::make_shared<Body>(*body) : nullptr, false);
-    }
-    void checkDirty(DirtyResult& r, const CookCaller& c) override
-    {
-        ++checks;
-        GeoNode::checkDirty(r, c);
-    }
-    BodyPtr body;
-    int cooks = 0;
-    int checks = 0;
-};
 
 BodyPtr pointsAlongX(int count)
 {
@@ -54,64 +26,7 @@ BodyPtr pointsAlongX(int count)
     return b;
 }
 
-std::vector<float> xs(const BodyPtr& b)
-{
-    std::vector<float> out;
-    if (b)
-        for (const Vec4f& p : b->points->P) out.push_back(p.x);
-    return out;
-}
-
-std::vector<float> sortedXs(const BodyPtr& b)
-{
-    std::vector<float> out = xs(b);
-    std::sort(out.begin(), out.end());
-    return out;
-}
-
-class PointNodesTest : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        ensureSceneRecords();
-        nodeMaster->clearGraph();
-    }
-    void TearDown() override { nodeMaster->clearGraph(); }
-
-    FixedNode* source(BodyPtr b)
-    {
-        auto* n = new FixedNode(nodeMaster, std::move(b));
-        nodeMaster->registerNode(n);
-        return n;
-    }
-    template <class T> T* make(const std::string& key)
-    {
-        auto* n = dynamic_cast<T*>(nodeMaster->createNode(key));
-        EXPECT_NE(n, nullptr) << key;
-        return n;
-    }
-    void wire(GeoNode* from, GeoNode* to, int toInput = 0, int fromOutput = 0)
-    {
-        ASSERT_GE(nodeMaster->connectPlugs(from->outputPlug(fromOutput), to->inputPlug(toInput)), 0);
-    }
-    // Reads one output through a Null, as a downstream node would; everything is cooked anew.
-    BodyPtr pull(GeoNode* node, int output = 0)
-    {
-        auto* sink = static_cast<GeoNode*>(nodeMaster->createNode("null"));
-        nodeMaster->connectPlugs(node->outputPlug(output), sink->inputPlug(0));
-        for (GeoNode* g : nodeMaster->getGeoNodes()) g->dirty = true;
-        BodyPtr r;
-        CookCaller c;
-        c.time = 1.f;
-        c.atRoot = false;
-        sink->process(r, c);
-        return r;
-    }
-    static void set(GeoNode* n, const std::string& key, const std::string& text)
-    {
-        n->params.get(key)->text = text;
-    }
-};
+using PointNodesTest = NodeTestBase;
 
 TEST_F(PointNodesTest, PointWithoutInputMakesOnePointAtItsPosition)
 {
@@ -119,7 +34,7 @@ TEST_F(PointNodesTest, PointWithoutInputMakesOnePointAtItsPosition)
     set(p, "posX", "1");
     set(p, "posY", "2");
     set(p, "posZ", "-3");
-    BodyPtr r = pull(p);
+    BodyPtr r = pullAnew(p);
     ASSERT_TRUE(r);
     ASSERT_EQ(r->points->size(), 1u);
     EXPECT_EQ(r->points->P[0], Vec4f(1.f, 2.f, -3.f));
@@ -130,9 +45,8 @@ TEST_F(PointNodesTest, PointAppendsToInputAndRemovesMesh)
     BodyPtr in = pointsAlongX(3);
     in->vertices->addVertexList({0, 1, 2});
     in->prims->addPrim(PrimData::POLYGON);
-    auto* p = make<PointNode>("point");
-    wire(source(in), p);
-    BodyPtr r = pull(p);
+    auto* p = makeWith<PointNode>("point", {in});
+    BodyPtr r = pullAnew(p);
     ASSERT_TRUE(r);
     EXPECT_EQ(r->points->size(), 4u);
     EXPECT_EQ(r->prims->size(), 1u);
@@ -140,7 +54,7 @@ TEST_F(PointNodesTest, PointAppendsToInputAndRemovesMesh)
 
     set(p, "removeMesh", "true");
     set(p, "addPoint", "false");
-    r = pull(p);
+    r = pullAnew(p);
     ASSERT_TRUE(r);
     EXPECT_EQ(r->points->size(), 3u);
     EXPECT_EQ(r->prims->size(), 0u);
@@ -150,10 +64,9 @@ TEST_F(PointNodesTest, PointAppendsToInputAndRemovesMesh)
 
 TEST_F(PointNodesTest, PointDeleteByIndices)
 {
-    auto* d = make<PointDeleteNode>("point-delete");
-    wire(source(pointsAlongX(4)), d);
+    auto* d = makeWith<PointDeleteNode>("point-delete", {pointsAlongX(4)});
     set(d, "indices", "0 2");
-    BodyPtr r = pull(d);
+    BodyPtr r = pullAnew(d);
     ASSERT_TRUE(r);
     EXPECT_EQ(sortedXs(r), (std::vector<float>{1.f, 3.f}));
     // removePoint moves the last point into the freed slot
@@ -162,17 +75,16 @@ TEST_F(PointNodesTest, PointDeleteByIndices)
     EXPECT_FALSE(d->error);
 
     set(d, "indices", "1, 7, -2");
-    r = pull(d);
+    r = pullAnew(d);
     EXPECT_EQ(sortedXs(r), (std::vector<float>{0.f, 2.f, 3.f}));
 }
 
 TEST_F(PointNodesTest, PointDeleteBadIndexTextGivesErrorAndEmptyBody)
 {
-    auto* d = make<PointDeleteNode>("point-delete");
-    wire(source(pointsAlongX(4)), d);
+    auto* d = makeWith<PointDeleteNode>("point-delete", {pointsAlongX(4)});
     set(d, "indices", "1 two");
     testing::internal::CaptureStdout();
-    BodyPtr r = pull(d);
+    BodyPtr r = pullAnew(d);
     const std::string out = testing::internal::GetCapturedStdout();
     EXPECT_NE(out.find("invalid stoi argument"), std::string::npos);
     ASSERT_TRUE(r);
@@ -181,12 +93,12 @@ TEST_F(PointNodesTest, PointDeleteBadIndexTextGivesErrorAndEmptyBody)
 
     set(d, "indices", "99999999999");
     testing::internal::CaptureStdout();
-    r = pull(d);
+    r = pullAnew(d);
     EXPECT_NE(testing::internal::GetCapturedStdout().find("stoi argument out of range"), std::string::npos);
     EXPECT_EQ(r->points->size(), 0u);
 
     set(d, "indices", "3");
-    r = pull(d);
+    r = pullAnew(d);
     EXPECT_EQ(r->points->size(), 3u);
     EXPECT_FALSE(d->error);
 }
@@ -201,41 +113,38 @@ TEST_F(PointNodesTest, PointDeleteByMaskVolume)
     mask->volumes->setVolume(
         "distance", VOLUME_FLOAT,
         openvdb::tools::createLevelSetSphere<openvdb::FloatGrid>(1.f, openvdb::Vec3f(0.f), 0.1f));
-    auto* d = make<PointDeleteNode>("point-delete");
-    wire(source(points), d, 0);
-    wire(source(mask), d, 1);
-    BodyPtr r = pull(d);
+    auto* d = makeWith<PointDeleteNode>("point-delete", {points, mask});
+    BodyPtr r = pullAnew(d);
     ASSERT_TRUE(r);
     EXPECT_EQ(sortedXs(r), (std::vector<float>{0.f, 3.f}));
     const Vec4f& kept = r->points->P[0].x == 0.f ? r->points->P[0] : r->points->P[1];
     EXPECT_FLOAT_EQ(kept.y, 1.1f); // the centre point went, the one just outside stayed
 
     set(d, "proximity", "0.2"); // reaches the point just outside
-    r = pull(d);
+    r = pullAnew(d);
     EXPECT_EQ(xs(r), (std::vector<float>{3.f}));
 
     set(d, "proximity", "0");
     set(d, "invertVolume", "true");
-    r = pull(d);
+    r = pullAnew(d);
     ASSERT_EQ(r->points->size(), 1u);
     EXPECT_EQ(r->points->P[0], Vec4f(0.f, 0.f, 0.f));
 }
 
 TEST_F(PointNodesTest, PointDeleteWithPerPointEnabled)
 {
-    auto* d = make<PointDeleteNode>("point-delete");
-    wire(source(pointsAlongX(4)), d);
+    auto* d = makeWith<PointDeleteNode>("point-delete", {pointsAlongX(4)});
     set(d, "enabled", "@P.x > 1.5");
-    BodyPtr r = pull(d);
+    BodyPtr r = pullAnew(d);
     EXPECT_EQ(sortedXs(r), (std::vector<float>{0.f, 1.f}));
 
     // with indices the formula only restricts them
     set(d, "indices", "0 3");
-    r = pull(d);
+    r = pullAnew(d);
     EXPECT_EQ(sortedXs(r), (std::vector<float>{0.f, 1.f, 2.f}));
 
     set(d, "enabled", "false");
-    r = pull(d);
+    r = pullAnew(d);
     EXPECT_EQ(r->points->size(), 4u);
 }
 
@@ -247,10 +156,9 @@ TEST_F(PointNodesTest, PointDeleteDropsPrimitivesOfDeletedPoints)
     in->vertices->addVertexList({3, 4});
     in->prims->addPrim(PrimData::LINE);
     in->pointConstraints.push_back({3, 4, 1.f, 1.f, 0.f, 0, 0, 0, 0});
-    auto* d = make<PointDeleteNode>("point-delete");
-    wire(source(in), d);
+    auto* d = makeWith<PointDeleteNode>("point-delete", {in});
     set(d, "indices", "1");
-    BodyPtr r = pull(d);
+    BodyPtr r = pullAnew(d);
     ASSERT_TRUE(r);
     ASSERT_EQ(r->points->size(), 4u);
     ASSERT_EQ(r->prims->size(), 1u);
@@ -280,24 +188,23 @@ TEST_F(PointNodesTest, SortPointsByIdAndByOtherAttributes)
         (*in->points->attribAs<FloatArray>("age"))[size_t(i)] = ages[i];
         (*in->points->attribAs<StringArray>("name"))[size_t(i)] = names[i];
     }
-    auto* s = make<SortPointsNode>("sort-points");
-    wire(source(in), s);
+    auto* s = makeWith<SortPointsNode>("sort-points", {in});
     EXPECT_EQ(s->params.get("sortAttribName")->text, "id");
-    BodyPtr r = pull(s);
+    BodyPtr r = pullAnew(s);
     EXPECT_EQ(xs(r), (std::vector<float>{3.f, 1.f, 2.f, 0.f}));
     EXPECT_EQ(*r->points->attribAs<IntArray>("id"), (IntArray{0, 1, 2, 3}));
 
     set(s, "sortAttribName", "age"); // stable: the two 0.5 keep their order
-    r = pull(s);
+    r = pullAnew(s);
     EXPECT_EQ(xs(r), (std::vector<float>{1.f, 3.f, 0.f, 2.f}));
     EXPECT_EQ(*r->points->attribAs<IntArray>("id"), (IntArray{1, 0, 3, 2}));
 
     set(s, "sortAttribName", "name");
-    r = pull(s);
+    r = pullAnew(s);
     EXPECT_EQ(xs(r), (std::vector<float>{2.f, 1.f, 3.f, 0.f}));
 
     set(s, "sortAttribName", "missing");
-    r = pull(s);
+    r = pullAnew(s);
     EXPECT_EQ(xs(r), (std::vector<float>{0.f, 1.f, 2.f, 3.f}));
 }
 
@@ -309,8 +216,8 @@ TEST_F(PointNodesTest, SplitSendsMarkedPointsToSecondOutput)
     EXPECT_EQ(sp->outputs[1]->name, "Split-Condition-Output");
     wire(source(pointsAlongX(5)), sp);
     set(sp, "splitCondition", "@P.x > 2.5");
-    BodyPtr rest = pull(sp, 0);
-    BodyPtr marked = pull(sp, 1);
+    BodyPtr rest = pullAnew(sp, 0);
+    BodyPtr marked = pullAnew(sp, 1);
     EXPECT_EQ(xs(rest), (std::vector<float>{0.f, 1.f, 2.f}));
     EXPECT_EQ(xs(marked), (std::vector<float>{3.f, 4.f}));
     EXPECT_EQ(*marked->points->attribAs<IntArray>("id"), (IntArray{13, 14}));
@@ -320,19 +227,18 @@ TEST_F(PointNodesTest, SplitSendsMarkedPointsToSecondOutput)
 
 TEST_F(PointNodesTest, SplitWithoutRemoveFromInputKeepsMarkedPointsOnBothOutputs)
 {
-    auto* sp = make<SplitNode>("split");
-    wire(source(pointsAlongX(4)), sp);
+    auto* sp = makeWith<SplitNode>("split", {pointsAlongX(4)});
     set(sp, "splitCondition", "@P.x < 1.5");
     set(sp, "removeFromInput", "false");
-    BodyPtr rest = pull(sp, 0);
-    BodyPtr marked = pull(sp, 1);
+    BodyPtr rest = pullAnew(sp, 0);
+    BodyPtr marked = pullAnew(sp, 1);
     EXPECT_EQ(xs(rest), (std::vector<float>{0.f, 1.f, 2.f, 3.f}));
     EXPECT_EQ(xs(marked), (std::vector<float>{0.f, 1.f}));
 
     set(sp, "splitCondition", "true"); // a plain value marks every point
     set(sp, "removeFromInput", "true");
-    EXPECT_EQ(pull(sp, 0)->points->size(), 0u);
-    EXPECT_EQ(pull(sp, 1)->points->size(), 4u);
+    EXPECT_EQ(pullAnew(sp, 0)->points->size(), 0u);
+    EXPECT_EQ(pullAnew(sp, 1)->points->size(), 4u);
 }
 
 TEST_F(PointNodesTest, SwitchPassesTheChosenInputOnly)
@@ -346,28 +252,24 @@ TEST_F(PointNodesTest, SwitchPassesTheChosenInputOnly)
     wire(a, sw, 0);
     wire(b, sw, 1);
 
-    EXPECT_EQ(pull(sw)->points->size(), 1u);
+    EXPECT_EQ(pullAnew(sw)->points->size(), 1u);
     set(sw, "input", "1");
     a->cooks = 0;
-    EXPECT_EQ(pull(sw)->points->size(), 2u);
+    EXPECT_EQ(pullAnew(sw)->points->size(), 2u);
     EXPECT_EQ(a->cooks, 0);
     set(sw, "input", "7"); // clamped to the last input
-    EXPECT_EQ(pull(sw)->points->size(), 2u);
+    EXPECT_EQ(pullAnew(sw)->points->size(), 2u);
     set(sw, "input", "-4");
-    EXPECT_EQ(pull(sw)->points->size(), 1u);
+    EXPECT_EQ(pullAnew(sw)->points->size(), 1u);
     set(sw, "input", "1");
     set(sw, "enabled", "false");
-    EXPECT_EQ(pull(sw)->points->size(), 1u);
+    EXPECT_EQ(pullAnew(sw)->points->size(), 1u);
 
     // the change check follows the chosen input alone
     set(sw, "enabled", "true");
     sw->params.evaluateAll(1.f, 0);
     a->checks = b->checks = 0;
-    DirtyResult res;
-    CookCaller root;
-    root.time = 1.f;
-    root.atRoot = true;
-    sw->checkDirty(res, root);
+    checkAt(sw, 1.f, true);
     EXPECT_EQ(a->checks, 0);
     EXPECT_EQ(b->checks, 1);
 }
@@ -375,15 +277,11 @@ TEST_F(PointNodesTest, SwitchPassesTheChosenInputOnly)
 TEST_F(PointNodesTest, SwitchWithoutInputsSendsNothing)
 {
     auto* sw = make<SwitchNode>("switch");
-    EXPECT_FALSE(pull(sw)); // plugs unwired
+    EXPECT_FALSE(pullAnew(sw)); // plugs unwired
     while (!sw->inputs.empty()) sw->deregisterPlug(sw->inputs.back());
     EXPECT_EQ(sw->chosenInput(), -1);
-    DirtyResult res;
-    CookCaller root;
-    root.time = 1.f;
-    root.atRoot = true;
-    sw->checkDirty(res, root);
-    EXPECT_FALSE(pull(sw));
+    checkAt(sw, 1.f, true);
+    EXPECT_FALSE(pullAnew(sw));
 }
 
 } // namespace

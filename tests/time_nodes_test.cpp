@@ -1,10 +1,7 @@
 // Nodes that work across time or look through a camera: Trail, Timeshift, Camera and
 // Project. The time-dependent input is a Transform whose translateX follows the frame.
-#include "testenv.h"
+#include "nodetestkit.h"
 
-#include "geo/body.h"
-#include "graph/geonode.h"
-#include "graph/plug.h"
 #include "graph/plugcache.h"
 #include "nodes/cameranode.h"
 #include "nodes/projectnode.h"
@@ -15,84 +12,33 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
 namespace {
 
-// A source that sends a copy of a fixed Body, standing in for a reader upstream.
-class FixedSourceNode : public GeoNode {
-public:
-    explicit FixedSourceNode(NodeMaster* master) : GeoNode(master)
-    {
-        setType("Fixed-Source");
-        addOutput("Output");
-    }
-    void process(BodyPtr& result, const CookCaller& c) override
-    {
-        auto lock = beginProcess(c);
-        finishProcess(result, c, body ? std::make_shared<Body>(*body) : nullptr, false);
-    }
-    BodyPtr body;
-};
-
-class TimeNodesTest : public ::testing::Test {
+class TimeNodesTest : public NodeTestBase {
 protected:
-    void SetUp() override
-    {
-        ensureSceneRecords();
-        nodeMaster->clearGraph();
-        nodeMaster->plugCache->clear();
-    }
-    void TearDown() override { nodeMaster->clearGraph(); }
-
-    template <class T> T* make(const std::string& key)
-    {
-        T* n = dynamic_cast<T*>(nodeMaster->createNode(key));
-        EXPECT_NE(n, nullptr) << key;
-        return n;
-    }
-    static void wire(BaseNode* from, BaseNode* to, int input = 0)
-    {
-        ASSERT_EQ(nodeMaster->connectPlugs(from->outputPlug(0), to->inputPlug(input)), 0);
-    }
-    static void set(BaseNode* node, const std::string& key, const std::string& text)
-    {
-        Parameter* row = node->params.get(key);
-        ASSERT_NE(row, nullptr) << key;
-        row->text = text;
-    }
     // One point at the origin, moved along x by the frame number ("frame" or another text).
     XformNode* movingPoint(const std::string& translateX = "frame")
     {
-        auto* src = new FixedSourceNode(nodeMaster);
-        nodeMaster->registerNode(src);
-        src->body = std::make_shared<Body>();
-        src->body->points->addPoint(Vec4f(0, 0, 0));
-        auto* x = make<XformNode>("transform");
-        wire(src, x);
+        auto* x = makeWith<XformNode>("transform", {pointsBody({Vec4f(0, 0, 0)})});
         set(x, "translateX", translateX);
         return x;
     }
-    static BodyPtr pull(GeoNode* node, float time)
+    // A node of `key` reading movingPoint(translateX).
+    template <class T> T* onMovingPoint(const std::string& key, const std::string& translateX = "frame")
     {
-        for (GeoNode* g : nodeMaster->getGeoNodes())
-            g->timeDependent = g->dynamic = g->dynamicUpstream = false;
-        CookCaller c;
-        c.time = time;
-        DirtyResult r;
-        node->checkDirty(r, c);
-        BodyPtr out;
-        node->process(out, c);
-        return out;
+        T* n = make<T>(key);
+        wire(movingPoint(translateX), n);
+        return n;
     }
-    static std::vector<float> sortedX(const BodyPtr& b)
+    // A Project of `points` through `cam`; no camera leaves its second input unwired.
+    ProjectNode* project(const BodyPtr& points, CameraNode* cam)
     {
-        std::vector<float> xs;
-        for (const Vec4f& p : b->points->P) xs.push_back(p.x);
-        std::sort(xs.begin(), xs.end());
-        return xs;
+        auto* p = makeWith<ProjectNode>("project", {points});
+        if (cam) wire(cam, p, 1);
+        return p;
     }
 };
 
@@ -100,8 +46,7 @@ protected:
 
 TEST_F(TimeNodesTest, TrailWithZeroFramesGivesNoPoints)
 {
-    auto* t = make<TrailNode>("trail");
-    wire(movingPoint(), t);
+    auto* t = onMovingPoint<TrailNode>("trail");
     set(t, "frames", "0");
     BodyPtr out = pull(t, 10.f);
     ASSERT_TRUE(out);
@@ -110,33 +55,30 @@ TEST_F(TimeNodesTest, TrailWithZeroFramesGivesNoPoints)
 
 TEST_F(TimeNodesTest, TrailMergesTheFramesBefore)
 {
-    auto* t = make<TrailNode>("trail");
-    wire(movingPoint(), t);
+    auto* t = onMovingPoint<TrailNode>("trail");
     set(t, "frames", "3");
     BodyPtr out = pull(t, 10.f);
     ASSERT_TRUE(out);
-    EXPECT_EQ(sortedX(out), (std::vector<float>{7, 8, 9}));
+    EXPECT_EQ(sortedXs(out), (std::vector<float>{7, 8, 9}));
     // the next frame moves the whole trail on
     out = pull(t, 11.f);
     ASSERT_TRUE(out);
-    EXPECT_EQ(sortedX(out), (std::vector<float>{8, 9, 10}));
+    EXPECT_EQ(sortedXs(out), (std::vector<float>{8, 9, 10}));
 }
 
 TEST_F(TimeNodesTest, TrailSubstepsCookBetweenFrames)
 {
-    auto* t = make<TrailNode>("trail");
-    wire(movingPoint("framef"), t);
+    auto* t = onMovingPoint<TrailNode>("trail", "framef");
     set(t, "frames", "2");
     set(t, "substeps", "2");
     BodyPtr out = pull(t, 10.f);
     ASSERT_TRUE(out);
-    EXPECT_EQ(sortedX(out), (std::vector<float>{8, 8.5f, 9, 9.5f}));
+    EXPECT_EQ(sortedXs(out), (std::vector<float>{8, 8.5f, 9, 9.5f}));
 }
 
 TEST_F(TimeNodesTest, TrailUnderTheNodeMastersCook)
 {
-    auto* t = make<TrailNode>("trail");
-    wire(movingPoint(), t);
+    auto* t = onMovingPoint<TrailNode>("trail");
     set(t, "frames", "2");
     t->processFlag = true;
     const int32_t savedFrame = simState->frame;
@@ -147,7 +89,7 @@ TEST_F(TimeNodesTest, TrailUnderTheNodeMastersCook)
         PlugCache::Entry e;
         ASSERT_TRUE(nodeMaster->plugCache->getAt(t->outputPlug(0), float(f), e));
         ASSERT_TRUE(e.body);
-        seen.push_back(sortedX(e.body));
+        seen.push_back(sortedXs(e.body));
     }
     simState->frame = savedFrame;
     EXPECT_EQ(seen[0], (std::vector<float>{2, 3}));
@@ -158,8 +100,7 @@ TEST_F(TimeNodesTest, TrailUnderTheNodeMastersCook)
 
 TEST_F(TimeNodesTest, TimeshiftDefaultCooksAtTheCurrentFrame)
 {
-    auto* s = make<TimeshiftNode>("timeshift");
-    wire(movingPoint(), s);
+    auto* s = onMovingPoint<TimeshiftNode>("timeshift");
     EXPECT_EQ(s->params.get("frame")->text, "$FF");
     BodyPtr out = pull(s, 7.f);
     ASSERT_TRUE(out);
@@ -172,17 +113,12 @@ TEST_F(TimeNodesTest, TimeshiftDefaultCooksAtTheCurrentFrame)
 
 TEST_F(TimeNodesTest, TimeshiftToAFixedFrame)
 {
-    auto* s = make<TimeshiftNode>("timeshift");
-    wire(movingPoint(), s);
+    auto* s = onMovingPoint<TimeshiftNode>("timeshift");
     set(s, "frame", "5");
     BodyPtr out = pull(s, 7.f);
     ASSERT_TRUE(out);
     EXPECT_FLOAT_EQ(out->points->P[0].x, 5.f);
-    DirtyResult r;
-    CookCaller c;
-    c.time = 12.f;
-    s->checkDirty(r, c);
-    EXPECT_FALSE(r.timeDependent); // a fixed frame holds the upstream animation back
+    EXPECT_FALSE(checkAt(s, 12.f).timeDependent); // a fixed frame holds the upstream animation back
     out = pull(s, 12.f);
     ASSERT_TRUE(out);
     EXPECT_FLOAT_EQ(out->points->P[0].x, 5.f);
@@ -190,8 +126,7 @@ TEST_F(TimeNodesTest, TimeshiftToAFixedFrame)
 
 TEST_F(TimeNodesTest, TimeshiftDisabledPassesTheCurrentFrame)
 {
-    auto* s = make<TimeshiftNode>("timeshift");
-    wire(movingPoint(), s);
+    auto* s = onMovingPoint<TimeshiftNode>("timeshift");
     set(s, "frame", "5");
     set(s, "enabled", "false");
     BodyPtr out = pull(s, 9.f);
@@ -221,14 +156,8 @@ TEST_F(TimeNodesTest, ProjectPointOnTheViewAxisLandsAtScreenCentre)
     auto* cam = make<CameraNode>("camera");
     const Mat4f pose = xform::compose(Vec4f(20, 20, 20), Vec4f(-45, 45, 0), Vec4f(1, 1, 1));
     const Vec4f axis = xform::direction(Vec4f(0, 0, -1), pose);
-    auto* src = new FixedSourceNode(nodeMaster);
-    nodeMaster->registerNode(src);
-    src->body = std::make_shared<Body>();
-    src->body->points->addPoint(Vec4f(20, 20, 20) + axis * 5.f);
-    src->body->points->addPoint(Vec4f(20, 20, 20) + axis * 5.f + Vec4f(0, 1, 0));
-    auto* p = make<ProjectNode>("project");
-    wire(src, p, 0);
-    wire(cam, p, 1);
+    const Vec4f ahead = Vec4f(20, 20, 20) + axis * 5.f;
+    auto* p = project(pointsBody({ahead, ahead + Vec4f(0, 1, 0)}), cam);
     BodyPtr out = pull(p, 1.f);
     ASSERT_TRUE(out);
     ASSERT_EQ(out->points->size(), 2u);
@@ -245,14 +174,8 @@ TEST_F(TimeNodesTest, ProjectIntoANamedAttribute)
     set(cam, "translateZ", "10");
     set(cam, "fov", "90");
     set(cam, "aspect", "2");
-    auto* src = new FixedSourceNode(nodeMaster);
-    nodeMaster->registerNode(src);
-    src->body = std::make_shared<Body>();
-    src->body->points->addPoint(Vec4f(0, 0, 0));
-    src->body->points->addPoint(Vec4f(8, 2, 6)); // depth 4: the right edge, halfway up
-    auto* p = make<ProjectNode>("project");
-    wire(src, p, 0);
-    wire(cam, p, 1);
+    // the second point at depth 4: the right edge, halfway up
+    auto* p = project(pointsBody({Vec4f(0, 0, 0), Vec4f(8, 2, 6)}), cam);
     set(p, "posAttrName", "screen");
     BodyPtr out = pull(p, 1.f);
     ASSERT_TRUE(out);
@@ -269,12 +192,7 @@ TEST_F(TimeNodesTest, ProjectIntoANamedAttribute)
 
 TEST_F(TimeNodesTest, ProjectWithoutCameraGivesAnEmptyBody)
 {
-    auto* src = new FixedSourceNode(nodeMaster);
-    nodeMaster->registerNode(src);
-    src->body = std::make_shared<Body>();
-    src->body->points->addPoint(Vec4f(1, 2, 3));
-    auto* p = make<ProjectNode>("project");
-    wire(src, p, 0);
+    auto* p = project(pointsBody({Vec4f(1, 2, 3)}), nullptr);
     BodyPtr out = pull(p, 1.f);
     ASSERT_TRUE(out);
     EXPECT_EQ(out->points->size(), 0u);

@@ -1,11 +1,7 @@
 // Nodes that move and place geometry: Transform, Noise, Copy, Deform and Point-Match, each
 // on a few hand-placed points fed from a fixed source.
-#include "testenv.h"
+#include "nodetestkit.h"
 
-#include "geo/body.h"
-#include "graph/geonode.h"
-#include "graph/plug.h"
-#include "graph/plugcache.h"
 #include "nodes/copynode.h"
 #include "nodes/deformnode.h"
 #include "nodes/noisenode.h"
@@ -20,29 +16,6 @@
 
 namespace {
 
-// A source that sends a copy of a fixed Body, standing in for a reader upstream.
-class FixedSourceNode : public GeoNode {
-public:
-    explicit FixedSourceNode(NodeMaster* master) : GeoNode(master)
-    {
-        setType("Fixed-Source");
-        addOutput("Output");
-    }
-    void process(BodyPtr& result, const CookCaller& c) override
-    {
-        auto lock = beginProcess(c);
-        finishProcess(result, c, body ? std::make_shared<Body>(*body) : nullptr, false);
-    }
-    BodyPtr body;
-};
-
-BodyPtr pointsBody(const std::vector<Vec4f>& positions)
-{
-    auto b = std::make_shared<Body>();
-    for (const Vec4f& p : positions) b->points->addPoint(p);
-    return b;
-}
-
 BodyPtr threePoints()
 {
     return pointsBody({Vec4f(1, 0, 0), Vec4f(0, 1, 0), Vec4f(0, 0, 1)});
@@ -55,60 +28,13 @@ void expectNear(const Vec4f& got, const Vec4f& want, float tol = 1e-5f)
     EXPECT_NEAR(got.z, want.z, tol);
 }
 
-class TransformNodesTest : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        ensureSceneRecords();
-        nodeMaster->clearGraph();
-        nodeMaster->plugCache->clear();
-    }
-    void TearDown() override { nodeMaster->clearGraph(); }
-
-    FixedSourceNode* source(const BodyPtr& body)
-    {
-        auto* n = new FixedSourceNode(nodeMaster);
-        nodeMaster->registerNode(n);
-        n->body = body;
-        return n;
-    }
-    template <class T> T* make(const std::string& key)
-    {
-        T* n = dynamic_cast<T*>(nodeMaster->createNode(key));
-        EXPECT_NE(n, nullptr) << key;
-        return n;
-    }
-    static void wire(BaseNode* from, BaseNode* to, int input = 0)
-    {
-        ASSERT_EQ(nodeMaster->connectPlugs(from->outputPlug(0), to->inputPlug(input)), 0);
-    }
-    static void set(BaseNode* node, const std::string& key, const std::string& text)
-    {
-        Parameter* row = node->params.get(key);
-        ASSERT_NE(row, nullptr) << key;
-        row->text = text;
-    }
-    // One cook of `node` at `time`, as the node master runs it: change check, then pull.
-    static BodyPtr pull(GeoNode* node, float time)
-    {
-        for (GeoNode* g : nodeMaster->getGeoNodes())
-            g->timeDependent = g->dynamic = g->dynamicUpstream = false;
-        CookCaller c;
-        c.time = time;
-        DirtyResult r;
-        node->checkDirty(r, c);
-        BodyPtr out;
-        node->process(out, c);
-        return out;
-    }
-};
+using TransformNodesTest = NodeTestBase;
 
 // ---- Transform ----
 
 TEST_F(TransformNodesTest, TransformTranslates)
 {
-    auto* x = make<XformNode>("transform");
-    wire(source(threePoints()), x);
+    auto* x = makeWith<XformNode>("transform", {threePoints()});
     set(x, "translateX", "1");
     set(x, "translateY", "2");
     set(x, "translateZ", "3");
@@ -122,8 +48,7 @@ TEST_F(TransformNodesTest, TransformTranslates)
 
 TEST_F(TransformNodesTest, TransformRotatesAboutZ)
 {
-    auto* x = make<XformNode>("transform");
-    wire(source(threePoints()), x);
+    auto* x = makeWith<XformNode>("transform", {threePoints()});
     set(x, "rotateZ", "90");
     BodyPtr out = pull(x, 1.f);
     ASSERT_TRUE(out);
@@ -134,8 +59,7 @@ TEST_F(TransformNodesTest, TransformRotatesAboutZ)
 
 TEST_F(TransformNodesTest, TransformScalesTimesUniformScale)
 {
-    auto* x = make<XformNode>("transform");
-    wire(source(threePoints()), x);
+    auto* x = makeWith<XformNode>("transform", {threePoints()});
     set(x, "scaleY", "2");
     set(x, "scaleZ", "3");
     set(x, "unifScale", "2");
@@ -148,9 +72,8 @@ TEST_F(TransformNodesTest, TransformScalesTimesUniformScale)
 
 TEST_F(TransformNodesTest, TransformInverseUndoesTheSameRows)
 {
-    auto* a = make<XformNode>("transform");
+    auto* a = makeWith<XformNode>("transform", {threePoints()});
     auto* b = make<XformNode>("transform");
-    wire(source(threePoints()), a);
     wire(a, b);
     for (XformNode* n : {a, b}) {
         set(n, "translateX", "1");
@@ -177,8 +100,7 @@ TEST_F(TransformNodesTest, TransformTurnsVelocitiesAndNormals)
     in->points->addAttrib("N", ATTRIB_NORMAL);
     in->points->v[0] = Vec4f(1, 0, 0);
     in->points->N[0] = Vec4f(1, 0, 0);
-    auto* x = make<XformNode>("transform");
-    wire(source(in), x);
+    auto* x = makeWith<XformNode>("transform", {in});
     set(x, "translateX", "5");
     set(x, "scaleX", "3");
     set(x, "rotateZ", "90");
@@ -191,8 +113,7 @@ TEST_F(TransformNodesTest, TransformTurnsVelocitiesAndNormals)
 
 TEST_F(TransformNodesTest, TransformVelocityFromAnimatedRows)
 {
-    auto* x = make<XformNode>("transform");
-    wire(source(threePoints()), x);
+    auto* x = makeWith<XformNode>("transform", {threePoints()});
     set(x, "translateX", "frame * 2");
     set(x, "calcVelFromAnims", "true");
     BodyPtr out = pull(x, 5.f);
@@ -210,8 +131,7 @@ TEST_F(TransformNodesTest, NoiseIsDeterministicAndMovesPoints)
     const BodyPtr in = pointsBody({Vec4f(0.1f, 0.2f, 0.3f), Vec4f(1.7f, -0.4f, 2.2f), Vec4f(-3, 1, 0.5f)});
     std::vector<BodyPtr> outs;
     for (int k = 0; k < 2; ++k) {
-        auto* n = make<NoiseNode>("noise");
-        wire(source(in), n);
+        auto* n = makeWith<NoiseNode>("noise", {in});
         set(n, "noiseAmp", "0.5");
         set(n, "noisePhase", "0.3");
         set(n, "noiseOctaves", "3");
@@ -231,8 +151,7 @@ TEST_F(TransformNodesTest, NoiseIsDeterministicAndMovesPoints)
 TEST_F(TransformNodesTest, NoiseWithZeroAmpChangesNothing)
 {
     const BodyPtr in = threePoints();
-    auto* n = make<NoiseNode>("noise");
-    wire(source(in), n);
+    auto* n = makeWith<NoiseNode>("noise", {in});
     set(n, "noiseAmp", "0");
     set(n, "affectVel", "true");
     BodyPtr out = pull(n, 3.f);
@@ -272,8 +191,7 @@ TEST_F(TransformNodesTest, NoiseVelocityIsTheOffsetPerStep)
 TEST_F(TransformNodesTest, NoisePerPointEnabledMasks)
 {
     const BodyPtr in = pointsBody({Vec4f(0, 0.3f, 0.1f), Vec4f(1, 0.3f, 0.1f), Vec4f(2, 0.3f, 0.1f)});
-    auto* n = make<NoiseNode>("noise");
-    wire(source(in), n);
+    auto* n = makeWith<NoiseNode>("noise", {in});
     set(n, "enabled", "@P.x > 0.5");
     set(n, "noisePhase", "0.7");
     BodyPtr out = pull(n, 1.f);
@@ -291,9 +209,7 @@ TEST_F(TransformNodesTest, CopyPlacesOneCopyPerPointWithItsAttributes)
     BodyPtr targets = pointsBody({Vec4f(10, 0, 0), Vec4f(20, 0, 0), Vec4f(30, 0, 0)});
     targets->points->addAttrib("Cd", ATTRIB_COLOR);
     for (size_t i = 0; i < 3; ++i) targets->points->Cd[i] = Vec4f(0.1f * float(i), 0.5f, 1.f);
-    auto* c = make<CopyNode>("copy");
-    wire(source(object), c, 0);
-    wire(source(targets), c, 1);
+    auto* c = makeWith<CopyNode>("copy", {object, targets});
     BodyPtr out = pull(c, 1.f);
     ASSERT_TRUE(out);
     ASSERT_EQ(out->points->size(), 6u);
@@ -312,9 +228,7 @@ TEST_F(TransformNodesTest, CopyScaleTimesPointScale)
     targets->points->addAttrib("scale", ATTRIB_FLOAT);
     (*targets->points->attribAs<FloatArray>("scale"))[0] = 3.f;
     (*targets->points->attribAs<FloatArray>("scale"))[1] = 0.5f;
-    auto* c = make<CopyNode>("copy");
-    wire(source(object), c, 0);
-    wire(source(targets), c, 1);
+    auto* c = makeWith<CopyNode>("copy", {object, targets});
     set(c, "scale", "2");
     BodyPtr out = pull(c, 1.f);
     ASSERT_TRUE(out);
@@ -332,9 +246,7 @@ TEST_F(TransformNodesTest, CopyOrientsPlusZOntoTheAttribute)
     dir[0] = Vec4f(0, 2, 0);  // +Z onto +Y
     dir[1] = Vec4f(0, 0, -3); // half a turn
     dir[2] = Vec4f(0, 0, 0);  // no direction: unturned
-    auto* c = make<CopyNode>("copy");
-    wire(source(object), c, 0);
-    wire(source(targets), c, 1);
+    auto* c = makeWith<CopyNode>("copy", {object, targets});
     set(c, "orientAttribName", "dir");
     BodyPtr out = pull(c, 1.f);
     ASSERT_TRUE(out);
@@ -353,9 +265,7 @@ TEST_F(TransformNodesTest, CopyOfAMeshOffsetsItsVertices)
     object->vertices->addVertexList({0, 1, 2});
     object->updateCounts();
     BodyPtr targets = pointsBody({Vec4f(0, 0, 0), Vec4f(0, 0, 3)});
-    auto* c = make<CopyNode>("copy");
-    wire(source(object), c, 0);
-    wire(source(targets), c, 1);
+    auto* c = makeWith<CopyNode>("copy", {object, targets});
     BodyPtr out = pull(c, 1.f);
     ASSERT_TRUE(out);
     ASSERT_EQ(out->points->size(), 6u);
@@ -370,11 +280,7 @@ class DeformFixture : public TransformNodesTest {
 protected:
     DeformNode* deformer(const BodyPtr& geo, const BodyPtr& rest, const BodyPtr& animated)
     {
-        auto* d = make<DeformNode>("deform");
-        wire(source(geo), d, 0);
-        if (rest) wire(source(rest), d, 1);
-        if (animated) wire(source(animated), d, 2);
-        return d;
+        return makeWith<DeformNode>("deform", {geo, rest, animated});
     }
     static BodyPtr shifted(const BodyPtr& b, const Vec4f& by)
     {
@@ -460,9 +366,7 @@ TEST_F(TransformNodesTest, PointMatchSnapsToNearestWithVelocity)
 {
     BodyPtr pts = pointsBody({Vec4f(0, 0, 0), Vec4f(5, 0, 0), Vec4f(-2, 3, 0)});
     BodyPtr influence = pointsBody({Vec4f(100, 0, 0), Vec4f(5, 0, 2), Vec4f(0, 1, 0), Vec4f(-2, 3.5f, 0)});
-    auto* m = make<PointMatchNode>("point-match");
-    wire(source(pts), m, 0);
-    wire(source(influence), m, 1);
+    auto* m = makeWith<PointMatchNode>("point-match", {pts, influence});
     BodyPtr out = pull(m, 1.f);
     ASSERT_TRUE(out);
     ASSERT_TRUE(out->points->hasV);
@@ -478,9 +382,7 @@ TEST_F(TransformNodesTest, PointMatchSnapsToNearestWithVelocity)
 TEST_F(TransformNodesTest, PointMatchWithoutInfluencePasses)
 {
     BodyPtr pts = threePoints();
-    auto* m = make<PointMatchNode>("point-match");
-    wire(source(pts), m, 0);
-    wire(source(std::make_shared<Body>()), m, 1);
+    auto* m = makeWith<PointMatchNode>("point-match", {pts, std::make_shared<Body>()});
     BodyPtr out = pull(m, 1.f);
     ASSERT_TRUE(out);
     EXPECT_FALSE(out->points->hasV);
