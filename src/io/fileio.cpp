@@ -15,6 +15,7 @@
 #include "geo/body.h"
 #include "io/binformat.h"
 #include "io/objformat.h"
+#include "io/vdbformat.h"
 
 namespace fileio {
 
@@ -35,7 +36,6 @@ const char* notYetSupported(const std::string& extension)
 {
     if (extension == "prt") return "PRT files are not supported yet.";
     if (extension == "abc") return "Alembic files are not supported yet.";
-    if (extension == "vdb") return "VDB files are not supported yet.";
     return nullptr;
 }
 
@@ -44,6 +44,10 @@ bool dispatchRead(const std::string& extension, const std::string& path, Body& b
 {
     if (extension == "bin") {
         result = readBin(path, body);
+        return true;
+    }
+    if (extension == "vdb") {
+        result = readVdb(path, body);
         return true;
     }
     if (extension == "obj") {
@@ -62,6 +66,10 @@ bool dispatchWrite(const std::string& extension, const std::string& path, const 
     }
     if (extension == "obj") {
         result = writeObj(path, body);
+        return true;
+    }
+    if (extension == "vdb") {
+        result = writeVdb(path, body);
         return true;
     }
     return false;
