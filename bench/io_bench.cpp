@@ -5,6 +5,9 @@
 #include "geo/body.h"
 #include "io/binformat.h"
 #include "io/objformat.h"
+#include "io/vdbformat.h"
+
+#include <openvdb/tools/LevelSetSphere.h>
 
 #include <benchmark/benchmark.h>
 
@@ -199,6 +202,41 @@ void BM_ObjRead(benchmark::State& state)
     state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(fs::file_size(path)));
 }
 
+// A level-set sphere of radius 1 at voxel 0.005 (about 1.5M active voxels).
+const Body& sphereVolume()
+{
+    static Body b = [] {
+        openvdb::initialize();
+        Body v;
+        v.volumes->setVolume("distance", VOLUME_FLOAT,
+                             openvdb::tools::createLevelSetSphere<openvdb::FloatGrid>(1.f, openvdb::Vec3f(0.f), 0.005f));
+        return v;
+    }();
+    return b;
+}
+
+void BM_VdbWrite(benchmark::State& state)
+{
+    const Body& b = sphereVolume();
+    const std::string path = benchPath("w.vdb");
+    for (auto _ : state)
+        if (fileio::writeVdb(path, b) != 0) state.SkipWithError("write failed");
+    state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(fs::file_size(path)));
+    state.counters["voxels"] = double(b.volumes->grids.front()->activeVoxelCount());
+}
+
+void BM_VdbRead(benchmark::State& state)
+{
+    const std::string path = benchPath("r.vdb");
+    fileio::writeVdb(path, sphereVolume());
+    for (auto _ : state) {
+        Body b;
+        if (fileio::readVdb(path, b) != 0) state.SkipWithError("read failed");
+        benchmark::DoNotOptimize(b.volumes->grids.data());
+    }
+    state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(fs::file_size(path)));
+}
+
 } // namespace
 
 BENCHMARK(BM_BinWrite)->Unit(benchmark::kMillisecond)->UseRealTime();
@@ -208,3 +246,5 @@ BENCHMARK(BM_RawFread)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_RawFreadNewBuffer)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_ObjWrite)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_ObjRead)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_VdbWrite)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_VdbRead)->Unit(benchmark::kMillisecond)->UseRealTime();
