@@ -1,5 +1,10 @@
 #include "nodes/nodetable.h"
 
+#include "nodes/attribcreatenode.h"
+#include "nodes/attribremovenode.h"
+#include "nodes/colorbyvelnode.h"
+#include "nodes/meshcurvaturenode.h"
+#include "nodes/normalsnode.h"
 #include "nodes/gridnode.h"
 #include "nodes/linenode.h"
 #include "nodes/mergenode.h"
@@ -36,6 +41,11 @@ const std::map<std::string, NodeMaker>& table()
 {
     static const std::map<std::string, NodeMaker> t = {
         {"null", &make<NullNode>},
+        {"attrib-create", &make<AttribCreateNode>},
+        {"attrib-remove", &make<AttribRemoveNode>},
+        {"color-by-vel", &make<ColorByVelNode>},
+        {"mesh-curvature", &make<MeshCurvatureNode>},
+        {"normals", &make<NormalsNode>},
         {"grid", &make<GridNode>},
         {"line", &make<LineNode>},
         {"merge", &make<MergeNode>},
