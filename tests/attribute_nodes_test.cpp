@@ -4,6 +4,8 @@
 
 #include "nodes/attribcreatenode.h"
 #include "nodes/attribremovenode.h"
+#include "nodes/attribrenamenode.h"
+#include "nodes/attribscalenode.h"
 #include "nodes/colorbyvelnode.h"
 #include "nodes/meshcurvaturenode.h"
 #include "nodes/normalsnode.h"
@@ -117,6 +119,53 @@ TEST_F(AttributeNodesTest, CurvatureIsZeroOnAFlatGridAndNotOnABentOne)
     out = pull(d, 1.f);
     ASSERT_TRUE(out);
     for (float v : *out->points->attribAs<FloatArray>("curvature")) EXPECT_TRUE(std::isfinite(v));
+}
+
+} // namespace
+
+namespace {
+
+TEST_F(AttributeNodesTest, RenameMovesValuesAndGridsAndScaleMultiplies)
+{
+    BodyPtr in = pointsBody({Vec4f(), Vec4f(1, 0, 0)});
+    in->points->addAttrib("v", ATTRIB_VELOCITY);
+    in->points->v[1] = Vec4f(1.f, 2.f, 3.f, 0.f);
+    in->points->addAttrib("mass", ATTRIB_FLOAT);
+    (*in->points->attribAs<FloatArray>("mass"))[1] = 4.f;
+    in->volumes->addVolume("density", VOLUME_FLOAT);
+    auto* rename = makeWith<AttribRenameNode>("attrib-rename", {in});
+    set(rename, "attribName", "v");
+    set(rename, "attribNewName", "vel");
+    BodyPtr out = pull(rename, 1.f);
+    ASSERT_TRUE(out);
+    EXPECT_FALSE(out->points->hasV);
+    ASSERT_TRUE(out->points->attribAs<VecArray>("vel"));
+    EXPECT_EQ((*out->points->attribAs<VecArray>("vel"))[1], Vec4f(1.f, 2.f, 3.f, 0.f));
+
+    auto* grid = makeWith<AttribRenameNode>("attrib-rename", {in});
+    set(grid, "attribName", "density");
+    set(grid, "attribNewName", "fog");
+    out = pull(grid, 1.f);
+    ASSERT_TRUE(out);
+    EXPECT_TRUE(out->volumes->volume("fog"));
+    EXPECT_FALSE(out->volumes->volume("density"));
+
+    auto* scale = make<AttribScaleNode>("attrib-scale");
+    wire(rename, scale);
+    set(scale, "attribName_a", "vel");
+    set(scale, "scale", "2");
+    out = pull(scale, 1.f);
+    ASSERT_TRUE(out);
+    EXPECT_EQ((*out->points->attribAs<VecArray>("vel"))[1], Vec4f(2.f, 4.f, 6.f, 0.f));
+    set(scale, "attribName_a", "mass");
+    out = pull(scale, 1.f);
+    EXPECT_FLOAT_EQ((*out->points->attribAs<FloatArray>("mass"))[1], 8.f);
+    set(scale, "attribName_a", "nothing");
+    testing::internal::CaptureStdout();
+    out = pull(scale, 1.f);
+    EXPECT_NE(testing::internal::GetCapturedStdout().find("doesn't exist"), std::string::npos);
+    ASSERT_TRUE(out);
+    EXPECT_EQ(out->points->size(), 2u) << "a missing attribute passes the Body";
 }
 
 } // namespace

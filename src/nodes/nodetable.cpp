@@ -2,6 +2,8 @@
 
 #include "nodes/attribcreatenode.h"
 #include "nodes/attribremovenode.h"
+#include "nodes/attribrenamenode.h"
+#include "nodes/attribscalenode.h"
 #include "nodes/colorbyvelnode.h"
 #include "nodes/meshcurvaturenode.h"
 #include "nodes/normalsnode.h"
@@ -43,6 +45,8 @@ const std::map<std::string, NodeMaker>& table()
         {"null", &make<NullNode>},
         {"attrib-create", &make<AttribCreateNode>},
         {"attrib-remove", &make<AttribRemoveNode>},
+        {"attrib-rename", &make<AttribRenameNode>},
+        {"attrib-scale", &make<AttribScaleNode>},
         {"color-by-vel", &make<ColorByVelNode>},
         {"mesh-curvature", &make<MeshCurvatureNode>},
         {"normals", &make<NormalsNode>},
