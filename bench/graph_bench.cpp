@@ -58,7 +58,8 @@ PointsNode* startGraph(int count)
     return src;
 }
 
-BaseNode* chain(BaseNode* from, const std::string& key, const std::vector<std::pair<std::string, std::string>>& rows)
+BaseNode* chain(BaseNode* from, const std::string& key,
+                const std::vector<std::pair<std::string, std::string>>& rows)
 {
     BaseNode* n = nodeMaster->createNode(key);
     for (const auto& kv : rows) n->params.get(kv.first)->text = kv.second;
@@ -76,8 +77,8 @@ void cookFrames(benchmark::State& state, int64_t nodesPerCook, int64_t pointsPer
         nodeMaster->cook(true);
     }
     // seconds per node cook, shown as microseconds through the counter's unit prefix
-    state.counters["node_cook_s"] = benchmark::Counter(double(state.iterations() * nodesPerCook),
-                                                       benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+    state.counters["node_cook_s"] = benchmark::Counter(
+        double(state.iterations() * nodesPerCook), benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
     if (pointsPerCook)
         state.counters["points_per_s"] =
             benchmark::Counter(double(state.iterations() * pointsPerCook), benchmark::Counter::kIsRate);

@@ -21,7 +21,8 @@ BodyPtr quadGrid(float (*height)(float, float))
 {
     auto b = std::make_shared<Body>();
     for (int z = 0; z < 3; ++z)
-        for (int x = 0; x < 3; ++x) b->points->addPoint(Vec4f(float(x), height(float(x), float(z)), float(z), 0.f));
+        for (int x = 0; x < 3; ++x)
+            b->points->addPoint(Vec4f(float(x), height(float(x), float(z)), float(z), 0.f));
     for (uint32_t z = 0; z < 2; ++z)
         for (uint32_t x = 0; x < 2; ++x) {
             const uint32_t a = z * 3 + x;
@@ -103,8 +104,8 @@ TEST_F(AttributeNodesTest, CurvatureIsZeroOnAFlatGridAndNotOnABentOne)
     ASSERT_TRUE(k);
     for (float v : *k) EXPECT_FLOAT_EQ(v, 0.f);
 
-    auto* bent = makeWith<MeshCurvatureNode>("mesh-curvature",
-                                             {quadGrid([](float x, float) { return 0.5f * (x - 1.f) * (x - 1.f); })});
+    auto* bent = makeWith<MeshCurvatureNode>(
+        "mesh-curvature", {quadGrid([](float x, float) { return 0.5f * (x - 1.f) * (x - 1.f); })});
     out = pull(bent, 1.f);
     ASSERT_TRUE(out);
     k = out->points->attribAs<FloatArray>("curvature");

@@ -200,9 +200,15 @@ TEST_F(GraphFileTest, MutatedFilesNeverCrashTheLoader)
         for (int e = 0, n = 1 + int(rng() % 6); e < n; ++e) {
             const size_t at = rng() % m.size();
             switch (rng() % 3) {
-            case 0: m[at] = char(rng() % 256); break;
-            case 1: m.erase(at, rng() % 20); break;
-            default: m.insert(at, m.substr(rng() % m.size(), rng() % 30)); break;
+            case 0:
+                m[at] = char(rng() % 256);
+                break;
+            case 1:
+                m.erase(at, rng() % 20);
+                break;
+            default:
+                m.insert(at, m.substr(rng() % m.size(), rng() % 30));
+                break;
             }
         }
         quietLoad(m);
@@ -260,7 +266,8 @@ TEST_F(GraphFileTest, CopyWritesOnlyWiresAmongTheChosenAndPastesStepAway)
     testing::internal::GetCapturedStdout();
     const std::string saved = readFile(NodeMaster::clipboardPath() + ".ng");
     size_t wires = 0;
-    for (size_t at = saved.find("<wire "); at != std::string::npos; at = saved.find("<wire ", at + 1)) ++wires;
+    for (size_t at = saved.find("<wire "); at != std::string::npos; at = saved.find("<wire ", at + 1))
+        ++wires;
     EXPECT_EQ(wires, 1u);
     for (int paste = 1; paste <= 3; ++paste) {
         std::vector<BaseNode*> created;
@@ -272,7 +279,8 @@ TEST_F(GraphFileTest, CopyWritesOnlyWiresAmongTheChosenAndPastesStepAway)
         EXPECT_FLOAT_EQ(created[0]->posy, 25.f * float(paste));
         EXPECT_FLOAT_EQ(created[1]->posx, 100.f + 25.f * float(paste));
         ASSERT_EQ(created[1]->inputPlug(0)->connections.size(), 1u);
-        EXPECT_EQ(created[1]->inputPlug(0)->connections.front()->owner, created[0]) << "wires follow the new names";
+        EXPECT_EQ(created[1]->inputPlug(0)->connections.front()->owner, created[0])
+            << "wires follow the new names";
     }
     EXPECT_EQ(nodeMaster->nodes.size(), 9u);
 }

@@ -37,7 +37,10 @@ protected:
         fs::remove_all(dir);
         fs::create_directories(dir);
     }
-    void TearDown() override { if (!HasFailure()) fs::remove_all(dir); }
+    void TearDown() override
+    {
+        if (!HasFailure()) fs::remove_all(dir);
+    }
     // The shipped demo, with its Write node pointed into `dir` and a plain particle system added.
     fs::path makeScene()
     {
@@ -67,8 +70,9 @@ TEST_F(GraphSceneTest, HeadlessRunWritesTheGraphAndTheSystemEveryFrame)
 {
     const fs::path scene = makeScene();
     const std::string cmd = "cd /tmp && env -u DISPLAY timeout 300 " + std::string(QORVA_BINARY) +
-                            " --sim --headless --numthreads 2 --endframe 4 --cachepath " + (dir / "caches").string() +
-                            " " + scene.string() + " > " + (dir / "log").string() + " 2>&1";
+                            " --sim --headless --numthreads 2 --endframe 4 --cachepath " +
+                            (dir / "caches").string() + " " + scene.string() + " > " +
+                            (dir / "log").string() + " 2>&1";
     const int status = std::system(cmd.c_str());
     ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << readFile(dir / "log");
     std::string previous;

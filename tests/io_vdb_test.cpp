@@ -59,8 +59,8 @@ TEST_F(VdbFileTest, OnlyKnownNamesAndTypesComeIn)
     auto vel = openvdb::Vec3SGrid::create();
     vel->setName("vel");
     vel->setVectorType(openvdb::VEC_CONTRAVARIANT_RELATIVE);
-    writeRaw(dir / "in.vdb", {floatGrid("pressure", 1.f), floatGrid("velocity", 2.f), vec, vel,
-                              floatGrid("heat", 3.f)});
+    writeRaw(dir / "in.vdb",
+             {floatGrid("pressure", 1.f), floatGrid("velocity", 2.f), vec, vel, floatGrid("heat", 3.f)});
     std::string printed;
     BodyPtr b = read(dir / "in.vdb", &printed);
     ASSERT_TRUE(b);
@@ -86,7 +86,8 @@ TEST_F(VdbFileTest, WrittenGridsKeepValuesAndGetTheirClass)
     testing::internal::CaptureStdout();
     ASSERT_EQ(fileio::write(p.string(), std::make_shared<Body>(b)), 0);
     testing::internal::GetCapturedStdout();
-    EXPECT_EQ(b.volumes->volume("distance")->getName(), "whatever") << "writing leaves the Body's grids alone";
+    EXPECT_EQ(b.volumes->volume("distance")->getName(), "whatever")
+        << "writing leaves the Body's grids alone";
 
     openvdb::io::File f(p.string());
     f.open();

@@ -120,6 +120,35 @@ TEST_F(WriteNodeTest, DataAttributeRuleLooksAtTheLastOccurrence)
     EXPECT_TRUE(b.points->hasAttrib("keep"));
 }
 
+TEST_F(WriteNodeTest, PointTransformsTurnXOntoOrientAndScale)
+{
+    Body b;
+    for (int i = 0; i < 3; ++i) b.points->addPoint(Vec4f());
+    b.points->addAttrib("orient", ATTRIB_VECTOR);
+    b.points->addAttrib("scale", ATTRIB_FLOAT);
+    auto& orient = *b.points->attribAs<VecArray>("orient");
+    auto& scale = *b.points->attribAs<FloatArray>("scale");
+    orient[0] = Vec4f(0.f, 3.f, 0.f, 0.f);  // +X onto +Y
+    orient[1] = Vec4f(-1.f, 0.f, 0.f, 0.f); // opposite: half a turn
+    scale = {2.f, 1.f, 1.f};                // point 2 keeps a zero orient
+    testing::internal::CaptureStdout();
+    write->storePointTransforms(b);
+    testing::internal::GetCapturedStdout();
+    const auto& m = *b.points->attribAs<Mat3Array>("xform");
+    auto apply = [&](size_t i, const Vec4f& v) {
+        const float* r = m[i].m;
+        return Vec4f(r[0] * v.x + r[1] * v.y + r[2] * v.z, r[3] * v.x + r[4] * v.y + r[5] * v.z,
+                     r[6] * v.x + r[7] * v.y + r[8] * v.z, 0.f);
+    };
+    const Vec4f x0 = apply(0, Vec4f(1.f, 0.f, 0.f, 0.f));
+    EXPECT_NEAR(x0.x, 0.f, 1e-6f);
+    EXPECT_NEAR(x0.y, 2.f, 1e-6f);
+    EXPECT_NEAR(x0.z, 0.f, 1e-6f);
+    const Vec4f x1 = apply(1, Vec4f(1.f, 0.f, 0.f, 0.f));
+    EXPECT_NEAR(x1.x, -1.f, 1e-6f);
+    EXPECT_EQ(m[2], Mat3f()) << "a zero orient gives no turn";
+}
+
 TEST_F(WriteNodeTest, StitchingFallsBackToASequenceOrFailsWithoutLosingTheInput)
 {
     write->params.get("writeFilePath")->text = dir.string() + "/seq.####.bin";

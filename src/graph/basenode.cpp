@@ -1,17 +1,20 @@
 #include "graph/basenode.h"
 
+#include "app/uniquename.h"
+
 #include "graph/nodemaster.h"
 #include "graph/plug.h"
 #include "graph/vbo.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
 
 BaseNode::BaseNode(NodeMaster* master) : nodeMaster(master)
 {
     const bool talk = master && master->verbose >= 2;
-    if (talk) std::printf(master ? "in the Base Node: nm is given and defined.\n" : "in the Base Node: no nm given.\n");
+    if (talk)
+        std::printf(master ? "in the Base Node: nm is given and defined.\n"
+                           : "in the Base Node: no nm given.\n");
     for (ParameterSet* set : {&uiParams, &params, &stateParams}) {
         set->owner = this;
         set->nodeMaster = master;
@@ -35,7 +38,8 @@ BaseNode::BaseNode(NodeMaster* master) : nodeMaster(master)
     uiParams.add(Parameter(&colorB, "color.b", "Color B", kParamFloat, "Node color b"));
     uiParams.add(Parameter(&visibility, "visibility", "Visibility", kParamBool,
                            "Show the result of this node in the viewport."));
-    stateParams.add(Parameter(&processFlag, "process", "Process", kParamBool, "If it should get cooked until here."));
+    stateParams.add(
+        Parameter(&processFlag, "process", "Process", kParamBool, "If it should get cooked until here."));
     uiParams.refreshAllText(true);
     stateParams.refreshAllText(true);
 }
@@ -86,14 +90,8 @@ int BaseNode::registerPlug(Plug* plug)
         nodeMaster->registerPlug(plug);
     }
     if (talk) std::printf("Base Node: registerPlug: register in node...\n");
-    auto taken = [this](const std::string& n) { return findPlug(n, false) != nullptr; };
-    std::string name = plug->name;
-    while (taken(name)) {
-        size_t cut = name.size();
-        while (cut > 0 && std::isdigit(static_cast<unsigned char>(name[cut - 1]))) --cut;
-        long n = cut < name.size() ? std::stol(name.substr(cut).substr(0, 9)) : 0;
-        name = name.substr(0, cut) + std::to_string(n + 1);
-    }
+    const std::string name =
+        uniqueName(plug->name, [this](const std::string& n) { return findPlug(n, false) != nullptr; });
     plug->name = name;
     plug->owner = this;
     std::vector<Plug*>& list = plug->isInput() ? inputs : outputs;

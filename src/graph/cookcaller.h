@@ -24,9 +24,9 @@ struct DirtyResult {
 
 // The context of one process call, filled by beginProcess.
 struct CookContext {
-    float time = 0.f;     // the time asked for
-    int inputIndex = 0;   // the output plug the caller reads (outputIndex)
+    float time = 0.f;   // the time asked for
+    int inputIndex = 0; // the output plug the caller reads (outputIndex)
     float graphDt = 1.f / 24.f;
-    bool print = false;   // verbose output of the node master
-    bool done = false;    // set by a node that ended its work early
+    bool print = false; // verbose output of the node master
+    bool done = false;  // set by a node that ended its work early
 };

@@ -153,14 +153,18 @@ bool GeoNode::useStored() const
     return nodeMaster && !nodeMaster->runFlag && dynamic;
 }
 
+bool GeoNode::findCache(float time, PlugCache::Entry& entry)
+{
+    Plug* out = outputPlug(outputIndex);
+    if (!out || !plugCache) return false;
+    if (!timeDependent && !dynamicUpstream) return plugCache->get(out, entry);
+    return plugCache->getAt(out, time, entry);
+}
+
 bool GeoNode::hasCache(float time)
 {
-    if (dirty || !plugCache) return false;
-    Plug* out = outputPlug(outputIndex);
-    if (!out) return false;
     PlugCache::Entry e;
-    if (!timeDependent && !dynamicUpstream) return plugCache->get(out, e);
-    return plugCache->getAt(out, time, e);
+    return !dirty && findCache(time, e);
 }
 
 void GeoNode::clearDirty()
@@ -179,10 +183,7 @@ void GeoNode::retrieve(BodyPtr& result, const CookCaller& c)
     const bool now = c.time == currentTime();
     const bool shifted = nodeKey == "timeshift";
     PlugCache::Entry e;
-    Plug* out = outputPlug(outputIndex);
-    const bool found = out && plugCache &&
-                       ((!timeDependent && !dynamicUpstream) ? plugCache->get(out, e) : plugCache->getAt(out, c.time, e));
-    if (!found || !e.body) {
+    if (!findCache(c.time, e) || !e.body) {
         if (now) updateDisplay(nullptr);
         result.reset();
         return;
@@ -212,10 +213,14 @@ bool callerParamsAskForCache(const GeoNode& callerNode, int test)
         for (const Parameter& row : p.parameters)
             if (row.type != kParamObjectName && row.isTimeDependent()) return true;
         return false;
-    case 5: return p.edited;
-    case 6: return p.anyTextChanged();
-    case 8: return p.anyValueChanged();
-    default: return false;
+    case 5:
+        return p.edited;
+    case 6:
+        return p.anyTextChanged();
+    case 8:
+        return p.anyValueChanged();
+    default:
+        return false;
     }
 }
 
@@ -240,12 +245,12 @@ void GeoNode::finishProcess(BodyPtr& result, const CookCaller& c, BodyPtr body, 
     const GeoNode* from = c.node;
     const int32_t start = simState ? simState->startFrame : 0;
     const int32_t frameNow = nodeMaster ? nodeMaster->frame() : 0;
-    const bool cache = outputs.size() >= 2 || processFlag ||
-                       (!outputs.empty() && outputs.front()->connections.size() > 1) ||
-                       (from && callerParamsAskForCache(*from, 3)) || nodeKey == "end-dynamic" ||
-                       (from && callerParamsAskForCache(*from, 5)) || (from && callerParamsAskForCache(*from, 6)) ||
-                       (from && from->dirty && frameNow != start) || (from && callerParamsAskForCache(*from, 8)) ||
-                       (from && c.atRoot && from->dynamic);
+    const bool cache =
+        outputs.size() >= 2 || processFlag || (!outputs.empty() && outputs.front()->connections.size() > 1) ||
+        (from && callerParamsAskForCache(*from, 3)) || nodeKey == "end-dynamic" ||
+        (from && callerParamsAskForCache(*from, 5)) || (from && callerParamsAskForCache(*from, 6)) ||
+        (from && from->dirty && frameNow != start) || (from && callerParamsAskForCache(*from, 8)) ||
+        (from && c.atRoot && from->dynamic);
     if (cache && out && plugCache) {
         plugCache->addCache(body, out, c.time);
         retrieve(result, c);

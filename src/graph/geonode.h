@@ -8,13 +8,12 @@
 #include "geo/body.h"
 #include "graph/basenode.h"
 #include "graph/cookcaller.h"
+#include "graph/plugcache.h"
 
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
-
-class PlugCache;
 
 class GeoNode : public BaseNode {
 public:
@@ -63,6 +62,9 @@ public:
     std::vector<BodyPtr> fetchInputs(const std::vector<int>& indices);
     bool useStored() const;
     bool hasCache(float time);
+    // The cache entry of the plug at outputIndex that serves `time`: any time for a node
+    // that is neither time dependent nor below a dynamic source, else this exact time.
+    bool findCache(float time, PlugCache::Entry& entry);
     void updateDisplay(const BodyPtr& body);
     void clearDirty();
     void storeCaller(const CookCaller& caller);
@@ -84,5 +86,8 @@ public:
 };
 
 // Every GeoNode follows processFilter unless it says otherwise.
-#define QORVA_FILTER_PROCESS                                                                    \
-    void process(BodyPtr& result, const CookCaller& caller) override { processFilter(result, caller); }
+#define QORVA_FILTER_PROCESS                                                                                 \
+    void process(BodyPtr& result, const CookCaller& caller) override                                         \
+    {                                                                                                        \
+        processFilter(result, caller);                                                                       \
+    }

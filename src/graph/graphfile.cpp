@@ -59,8 +59,9 @@ void readParams(ParameterSet& set, const XMLElement* element)
         if (!value && row.key == "y") value = element->Attribute("attribSetValueY");
         if (!value && row.key == "z") value = element->Attribute("attribSetValueZ");
         if (!value) {
-            std::printf("param \"%s\" not found in file to open. Skipping. String reading. (Error: nullptr)\n",
-                        row.key.c_str());
+            std::printf(
+                "param \"%s\" not found in file to open. Skipping. String reading. (Error: nullptr)\n",
+                row.key.c_str());
             continue;
         }
         row.text = value;
@@ -180,8 +181,10 @@ int NodeMaster::loadGraph(const std::string& path, std::vector<BaseNode*>& creat
         const char* fileName = p->Attribute("nodeName");
         const XMLElement* ui = e->FirstChildElement("ui_params");
         bool complete = ui != nullptr;
-        if (!ui) std::printf("ERROR: no node ui parameters found.\n");
-        else readParams(node->uiParams, ui);
+        if (!ui)
+            std::printf("ERROR: no node ui parameters found.\n");
+        else
+            readParams(node->uiParams, ui);
         const XMLElement* st = complete ? e->FirstChildElement("node_state") : nullptr;
         if (complete && !st) std::printf("ERROR: no node state parameters found.\n");
         if (st) readParams(node->stateParams, st);

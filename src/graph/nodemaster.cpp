@@ -21,9 +21,9 @@
 namespace {
 
 // Keys the factory knows without a menu place.
-const char* const kUnlistedKeys[] = {"granular-origin", "particle-mesh", "attrib-create", "dust-emit",
-                                     "volume-add",      "smoke-grid-modify", "particle-burst", "particle-emit",
-                                     "jet-flip-solver", "flip-origin", "flip-solver", "attrib-blur"};
+const char* const kUnlistedKeys[] = {
+    "granular-origin", "particle-mesh", "attrib-create",   "dust-emit",   "volume-add",  "smoke-grid-modify",
+    "particle-burst",  "particle-emit", "jet-flip-solver", "flip-origin", "flip-solver", "attrib-blur"};
 
 std::vector<NodeMaster::MenuCategory> makeMenu()
 {
@@ -31,20 +31,25 @@ std::vector<NodeMaster::MenuCategory> makeMenu()
         {"Classic", {"camera", "stitcher", "mesher", "import-system", "export-system", "collide-classic"}},
         {"Deform", {"deform"}},
         {"Upres Grains", {"upres", "upres-solver"}},
-        {"Dynamics",
-         {"gravity", "force", "make-dynamic", "end-dynamic", "origin", "emit", "clone", "collide", "foam-emit",
-          "spray-emit", "granular-solver", "cloth-constraints", "cloth-solver", "cloth-guide",
-          "visualize-constraints", "upres-solver", "smoke-origin", "smoke-emit", "smoke-solver", "smoke-remove"}},
+        {"Dynamics", {"gravity",      "force",           "make-dynamic",
+                      "end-dynamic",  "origin",          "emit",
+                      "clone",        "collide",         "foam-emit",
+                      "spray-emit",   "granular-solver", "cloth-constraints",
+                      "cloth-solver", "cloth-guide",     "visualize-constraints",
+                      "upres-solver", "smoke-origin",    "smoke-emit",
+                      "smoke-solver", "smoke-remove"}},
         {"Volumes",
          {"mesh-to-volume", "volume-to-mesh", "particle-to-volume", "volume-union", "volume-difference",
           "volume-intersection", "volume-gradient", "volume-invert", "volume-sample", "volume-scale",
           "volume-filter", "volume-erode", "volume-resample", "volume-tiles"}},
         {"Smoke", {"smoke-origin", "smoke-emit", "smoke-solver", "smoke-remove"}},
-        {"General",
-         {"read", "write", "transform", "merge", "timeshift", "calc-velocity", "noise", "point-delete", "trail",
-          "grid", "line", "null", "switch", "split", "point", "color-by-vel", "sort-points", "point-match",
-          "reverse", "normals", "triangulate", "scatter", "copy", "project", "attrib-from-map", "attrib-set",
-          "attrib-add", "attrib-scale", "attrib-transfer", "attrib-rename", "attrib-remove", "mesh-curvature"}},
+        {"General", {"read",          "write",         "transform",    "merge",           "timeshift",
+                     "calc-velocity", "noise",         "point-delete", "trail",           "grid",
+                     "line",          "null",          "switch",       "split",           "point",
+                     "color-by-vel",  "sort-points",   "point-match",  "reverse",         "normals",
+                     "triangulate",   "scatter",       "copy",         "project",         "attrib-from-map",
+                     "attrib-set",    "attrib-add",    "attrib-scale", "attrib-transfer", "attrib-rename",
+                     "attrib-remove", "mesh-curvature"}},
     };
 }
 

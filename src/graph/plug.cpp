@@ -10,12 +10,9 @@ const std::vector<std::string> Plug::directionNames = {"Input", "Output"};
 const std::vector<std::string> Plug::typeNames = {"BODY", "Source", "Force", "Collider", "Sink"};
 
 Plug::Plug(BaseNode* owner_, int32_t direction_, int32_t dataType_, const std::string& name_)
-    : name(name_.empty() ? directionNames[direction_ == OUTPUT ? 1 : 0] : name_),
-      direction(direction_),
-      dataType(dataType_),
-      owner(owner_)
-{
-}
+    : name(name_.empty() ? directionNames[direction_ == OUTPUT ? 1 : 0] : name_), direction(direction_),
+      dataType(dataType_), owner(owner_)
+{}
 
 Plug* Plug::sourcePlug() const
 {
@@ -75,7 +72,8 @@ int Plug::connect(Plug* a, Plug* b)
     Plug* out = a->direction == OUTPUT ? a : b;
     Plug* in = a->direction == OUTPUT ? b : a;
     if (reachesUpstream(out->owner, in->owner)) {
-        std::printf("can't connect %s to %s: the wire would close a loop.\n", out->name.c_str(), in->name.c_str());
+        std::printf("can't connect %s to %s: the wire would close a loop.\n", out->name.c_str(),
+                    in->name.c_str());
         return -1;
     }
     // an input has one source at most

@@ -18,7 +18,8 @@ public:
     static const std::vector<std::string> directionNames; // "Input", "Output"
     static const std::vector<std::string> typeNames;      // "BODY", "Source", "Force", "Collider", "Sink"
 
-    Plug(BaseNode* owner, int32_t direction, int32_t dataType = BODY, const std::string& name = std::string());
+    Plug(BaseNode* owner, int32_t direction, int32_t dataType = BODY,
+         const std::string& name = std::string());
 
     std::vector<Plug*> connections;
     std::string name;

@@ -16,7 +16,7 @@ namespace fileio {
 
 namespace {
 
-const char* const kKnownNames[] = {"surface", "distance", "density", "fog",  "v",
+const char* const kKnownNames[] = {"surface", "distance", "density",     "fog",  "v",
                                    "vel",     "velocity", "temperature", "heat", "fuel"};
 
 bool isVelocityName(const std::string& n)

@@ -28,45 +28,16 @@ void normalise(Vec4f& n)
     }
 }
 
-// Column-vector rotation (row-major 3x3) taking +Z onto `dir`; identity for a direction
-// that has no length.
-void rotationFromZ(const Vec4f& dir, double r[9])
-{
-    for (int i = 0; i < 9; ++i) r[i] = (i % 4 == 0) ? 1.0 : 0.0;
-    const double len = std::sqrt(double(dir.x) * dir.x + double(dir.y) * dir.y + double(dir.z) * dir.z);
-    if (!(len > 1e-12) || !std::isfinite(len)) return;
-    const double bx = dir.x / len, by = dir.y / len, bz = dir.z / len;
-    if (bz < -0.999999) { // half a turn about X
-        r[4] = -1.0;
-        r[8] = -1.0;
-        return;
-    }
-    // Rodrigues with v = z x b = (-by, bx, 0) and c = bz: R = I + [v] + [v]^2 / (1 + c).
-    const double vx = -by, vy = bx, vz = 0.0;
-    const double k[9] = {0.0, -vz, vy, vz, 0.0, -vx, -vy, vx, 0.0};
-    double k2[9];
-    for (int a = 0; a < 3; ++a)
-        for (int b = 0; b < 3; ++b) {
-            double s = 0.0;
-            for (int m = 0; m < 3; ++m) s += k[a * 3 + m] * k[m * 3 + b];
-            k2[a * 3 + b] = s;
-        }
-    const double f = 1.0 / (1.0 + bz);
-    for (int i = 0; i < 9; ++i) r[i] += k[i] + k2[i] * f;
-}
-
 // Pose of one copy in the row-vector convention (p' = p * M).
 Mat4f copyPose(float s, const Vec4f& orient, bool oriented, const Vec4f& at)
 {
-    double r[9];
-    if (oriented) {
-        rotationFromZ(orient, r);
-    } else {
-        for (int i = 0; i < 9; ++i) r[i] = (i % 4 == 0) ? 1.0 : 0.0;
-    }
+    // +Z onto the orient vector; half a turn about X when it points down -Z
+    const Mat3f r = oriented
+                        ? xform::rotationBetween(Vec4f(0.f, 0.f, 1.f, 0.f), orient, Vec4f(1.f, 0.f, 0.f, 0.f))
+                        : Mat3f();
     Mat4f m;
     for (int row = 0; row < 3; ++row)
-        for (int col = 0; col < 3; ++col) m.m[row * 4 + col] = float(s * r[col * 3 + row]);
+        for (int col = 0; col < 3; ++col) m.m[row * 4 + col] = s * r.m[col * 3 + row];
     m.m[12] = at.x;
     m.m[13] = at.y;
     m.m[14] = at.z;

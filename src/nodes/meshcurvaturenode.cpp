@@ -33,7 +33,8 @@ void MeshCurvatureNode::cookBody(BodyPtr& body)
         const Vec4f d = pts.P[e.second] - pts.P[e.first];
         const Vec4f dn = pts.N[e.second] - pts.N[e.first];
         const float len2 = d.x * d.x + d.y * d.y + d.z * d.z;
-        const float k = len2 > 0.f ? (dn.x * d.x + dn.y * d.y + dn.z * d.z) / len2 : 0.f; // a zero edge adds 0
+        const float k =
+            len2 > 0.f ? (dn.x * d.x + dn.y * d.y + dn.z * d.z) / len2 : 0.f; // a zero edge adds 0
         sum[e.first] += k;
         sum[e.second] += k;
         ++count[e.first];

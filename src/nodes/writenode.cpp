@@ -6,6 +6,7 @@
 #include "graph/nodemaster.h"
 #include "io/fileio.h"
 #include "params/paths.h"
+#include "particles/xform.h"
 
 #include <cmath>
 #include <cstdio>
@@ -13,15 +14,19 @@
 WriteNode::WriteNode(NodeMaster* master) : GeoNode(master)
 {
     setType("Write");
-    addParam(&writeFilePath, "writeFilePath", "File Path", kParamPath, writeFilePath, "File path of file to create.");
-    addParam(&writeSubframes, "writeSubframes", "Write Subframes", kParamBool, "false",
-             "Write subframes to disk as well. Note that adaptive substeps should get disabled when using this "
-             "feature (use constant amount of substeps). Also turn on \"Run Procedurals on Subframes\" on the "
-             "GlobalSettings.");
-    addParam(&stitchedAlembic, "stitchedAlembic", "Stitched Alembic", kParamBool, "false",
-             "For Alembic (.abc) output (particles and meshes). Write all frames of the animation into one Alembic "
-             "file. Please remove hashtags from the path above. Please reset the scene and run the sim from the "
-             "first frame to the last frame. The file gets finalized then.");
+    addParam(&writeFilePath, "writeFilePath", "File Path", kParamPath, writeFilePath,
+             "File path of file to create.");
+    addParam(
+        &writeSubframes, "writeSubframes", "Write Subframes", kParamBool, "false",
+        "Write subframes to disk as well. Note that adaptive substeps should get disabled when using this "
+        "feature (use constant amount of substeps). Also turn on \"Run Procedurals on Subframes\" on the "
+        "GlobalSettings.");
+    addParam(
+        &stitchedAlembic, "stitchedAlembic", "Stitched Alembic", kParamBool, "false",
+        "For Alembic (.abc) output (particles and meshes). Write all frames of the animation into one "
+        "Alembic "
+        "file. Please remove hashtags from the path above. Please reset the scene and run the sim from the "
+        "first frame to the last frame. The file gets finalized then.");
     addParam(&readWhenScrubbing, "readWhenScrubbing", "Read Back When Scrubbing", kParamBool, "true",
              "Read back caches when moving the timeslider.");
     addParam(&showExtraParams, "showExtraParams", "Show Extra Params", kParamBool, "false",
@@ -72,32 +77,11 @@ void WriteNode::storePointTransforms(Body& body) const
     auto* out = pts.attribAs<Mat3Array>(storePointXformName);
     if (!orient || !out) return;
     for (size_t i = 0; i < pts.size(); ++i) {
-        // the shortest rotation from +X onto the normalised orient vector
-        Vec4f d = (*orient)[i];
-        const float len = std::sqrt(d.x * d.x + d.y * d.y + d.z * d.z);
-        if (len > 0.f) d = Vec4f(d.x / len, d.y / len, d.z / len, 0.f);
-        float qw = 1.f + d.x, qx = 0.f, qy = -d.z, qz = d.y; // (1,0,0) x d = (0, -dz, dy)
-        if (len == 0.f) {
-            qw = 1.f;
-            qy = qz = 0.f;
-        } else if (qw < 1e-6f) { // opposite: half a turn about Y
-            qw = 0.f;
-            qy = 1.f;
-            qz = 0.f;
-        }
-        const float qn = std::sqrt(qw * qw + qx * qx + qy * qy + qz * qz);
-        qw /= qn, qx /= qn, qy /= qn, qz /= qn;
+        // the shortest rotation from +X onto the orient vector (half a turn about Y when opposite)
+        Mat3f m = xform::rotationBetween(Vec4f(1.f, 0.f, 0.f, 0.f), (*orient)[i], Vec4f(0.f, 1.f, 0.f, 0.f));
         const float s = scale ? (*scale)[i] : 1.f;
-        Mat3f& m = (*out)[i];
-        m.m[0] = (1 - 2 * (qy * qy + qz * qz)) * s;
-        m.m[1] = (2 * (qx * qy - qz * qw)) * s;
-        m.m[2] = (2 * (qx * qz + qy * qw)) * s;
-        m.m[3] = (2 * (qx * qy + qz * qw)) * s;
-        m.m[4] = (1 - 2 * (qx * qx + qz * qz)) * s;
-        m.m[5] = (2 * (qy * qz - qx * qw)) * s;
-        m.m[6] = (2 * (qx * qz - qy * qw)) * s;
-        m.m[7] = (2 * (qy * qz + qx * qw)) * s;
-        m.m[8] = (1 - 2 * (qx * qx + qy * qy)) * s;
+        for (float& e : m.m) e *= s;
+        (*out)[i] = m;
     }
 }
 

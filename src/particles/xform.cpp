@@ -129,8 +129,9 @@ Mat4f scaleFree(const Mat4f& m, bool keepTranslation)
 {
     Mat4f out = m;
     for (int r = 0; r < 3; ++r) {
-        const double len = std::sqrt(double(m.m[r * 4]) * m.m[r * 4] + double(m.m[r * 4 + 1]) * m.m[r * 4 + 1] +
-                                     double(m.m[r * 4 + 2]) * m.m[r * 4 + 2]);
+        const double len =
+            std::sqrt(double(m.m[r * 4]) * m.m[r * 4] + double(m.m[r * 4 + 1]) * m.m[r * 4 + 1] +
+                      double(m.m[r * 4 + 2]) * m.m[r * 4 + 2]);
         if (len > 0.0)
             for (int c = 0; c < 3; ++c) out.m[r * 4 + c] = float(m.m[r * 4 + c] / len);
     }
@@ -143,7 +144,8 @@ Vec4f axisScales(const Mat4f& m)
     Vec4f s;
     float* v[3] = {&s.x, &s.y, &s.z};
     for (int r = 0; r < 3; ++r)
-        *v[r] = std::sqrt(m.m[r * 4] * m.m[r * 4] + m.m[r * 4 + 1] * m.m[r * 4 + 1] + m.m[r * 4 + 2] * m.m[r * 4 + 2]);
+        *v[r] = std::sqrt(m.m[r * 4] * m.m[r * 4] + m.m[r * 4 + 1] * m.m[r * 4 + 1] +
+                          m.m[r * 4 + 2] * m.m[r * 4 + 2]);
     return s;
 }
 
@@ -175,6 +177,33 @@ Vec4f gradient(const Vec4f& g, const Mat4f& m)
     const float* a = m.m;
     return Vec4f(a[0] * g.x + a[1] * g.y + a[2] * g.z, a[4] * g.x + a[5] * g.y + a[6] * g.z,
                  a[8] * g.x + a[9] * g.y + a[10] * g.z, 0.f);
+}
+
+Mat3f rotationBetween(const Vec4f& from, const Vec4f& to, const Vec4f& halfTurnAxis)
+{
+    Mat3f r;
+    const double len = std::sqrt(double(to.x) * to.x + double(to.y) * to.y + double(to.z) * to.z);
+    if (!(len > 1e-12) || !std::isfinite(len)) return r;
+    const double a[3] = {from.x, from.y, from.z};
+    const double b[3] = {to.x / len, to.y / len, to.z / len};
+    const double c = a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
+    if (c < -0.999999) { // opposite: R = 2 u u^T - I
+        const double u[3] = {halfTurnAxis.x, halfTurnAxis.y, halfTurnAxis.z};
+        for (int i = 0; i < 3; ++i)
+            for (int j = 0; j < 3; ++j) r.m[i * 3 + j] = float(2.0 * u[i] * u[j] - (i == j ? 1.0 : 0.0));
+        return r;
+    }
+    // Rodrigues with v = a x b: R = I + [v] + [v]^2 / (1 + c)
+    const double v[3] = {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
+    const double k[9] = {0.0, -v[2], v[1], v[2], 0.0, -v[0], -v[1], v[0], 0.0};
+    const double f = 1.0 / (1.0 + c);
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) {
+            double k2 = 0.0;
+            for (int m = 0; m < 3; ++m) k2 += k[i * 3 + m] * k[m * 3 + j];
+            r.m[i * 3 + j] = float((i == j ? 1.0 : 0.0) + k[i * 3 + j] + k2 * f);
+        }
+    return r;
 }
 
 } // namespace xform

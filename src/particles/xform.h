@@ -30,4 +30,9 @@ Vec4f direction(const Vec4f& d, const Mat4f& m);
 // space), in this space: m's linear part times g as a column.
 Vec4f gradient(const Vec4f& g, const Mat4f& m);
 
+// The shortest rotation taking the unit vector `from` onto the direction of `to`, for
+// column vectors (row-major m[row * 3 + col]); identity for a `to` without length, half a
+// turn about the unit `halfTurnAxis` when `to` points the opposite way.
+Mat3f rotationBetween(const Vec4f& from, const Vec4f& to, const Vec4f& halfTurnAxis);
+
 } // namespace xform
