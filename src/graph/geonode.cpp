@@ -116,8 +116,7 @@ void GeoNode::storeCaller(const CookCaller& c)
     for (size_t i = 0; i < outputs.size(); ++i)
         for (Plug* p : outputs[i]->connections)
             if (c.plug && p == c.plug) outputIndex = int(i);
-    // `enabled` first: a disabled node still evaluates the rest for its display
-    if (Parameter* row = params.get("enabled")) row->evaluate(c.time, 0);
+    // every row, `enabled` among them: a disabled node still shows its values
     params.evaluateAll(c.time, 0);
     context = CookContext();
     context.time = c.time;

@@ -146,13 +146,13 @@ std::vector<GeoNode*> NodeMaster::getProcessNodes() const
 
 bool NodeMaster::isKnownKey(const std::string& key)
 {
-    const std::string k = lowerCase(key);
-    for (const char* u : kUnlistedKeys)
-        if (k == u) return true;
-    for (const MenuCategory& c : makeMenu())
-        for (const std::string& m : c.keys)
-            if (k == m) return true;
-    return false;
+    // the vocabulary: every menu key and the unlisted ones, gathered once
+    static const std::set<std::string> known = [] {
+        std::set<std::string> all(std::begin(kUnlistedKeys), std::end(kUnlistedKeys));
+        for (const MenuCategory& c : makeMenu()) all.insert(c.keys.begin(), c.keys.end());
+        return all;
+    }();
+    return known.count(lowerCase(key)) != 0;
 }
 
 BaseNode* NodeMaster::createNode(const std::string& key)
