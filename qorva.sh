@@ -54,9 +54,17 @@ demo() {
   local meshes
   meshes=$(find "$out/graph" -maxdepth 1 -name '*.obj' -type f 2>/dev/null | wc -l)
   echo
+  echo "Simulating scenes/sand_mesh.qrv headless (the sand demo with a Mesher surfacing the pile)..."
+  rm -rf "$out/mesh"
+  "$BUILD_DIR/src/qorva" --sim --headless --cachepath "$out/sand_mesh" "$ROOT/scenes/sand_mesh.qrv" \
+    | grep -v -e '^solved step$' -e 'preparing to write frame' -e '^  writing to '
+  local piles
+  piles=$(find "$out/mesh" -maxdepth 1 -name 'pile.*.obj' -type f 2>/dev/null | wc -l)
+  echo
   echo "Demo finished."
   echo "  particle caches: $out ($files .bin files, one per frame and system)"
   echo "  graph meshes:    $out/graph ($meshes .obj files, one per frame)"
+  echo "  sand surface:    $out/mesh ($piles pile.####.obj files, one per frame)"
 }
 
 run_tests() {

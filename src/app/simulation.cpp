@@ -281,6 +281,15 @@ SceneObject* Simulation::findByName(const std::string& name, int* typeCode) cons
     return nullptr;
 }
 
+std::shared_ptr<Body> Simulation::systemSnapshot(const std::string& name) const
+{
+    for (const DumbParticleSystem* s : dumbSystems)
+        if (s->name == name) return s->exportBody();
+    for (const GranularParticleSystem* s : granularSystems)
+        if (s->name == name) return s->exportBody();
+    return nullptr;
+}
+
 std::string Simulation::uniqueName(const std::string& wanted, const SceneObject* except) const
 {
     // classic objects and nodes share one namespace of names

@@ -10,6 +10,7 @@
 
 class SceneObject;
 class GlobalSettings;
+class Body;
 class GranularParticleSystem;
 class DumbParticleSystem;
 class Force;
@@ -84,6 +85,9 @@ public:
     SceneObject* objectById(int id) const;
     // GlobalSettings first, then systems, objects, sources, colliders and forces.
     SceneObject* findByName(const std::string& name, int* typeCode = nullptr) const;
+    // A copy of the points of the classic system called `name`, as its cache would hold
+    // them (the system's export exclusions left out); null when no system has that name.
+    std::shared_ptr<Body> systemSnapshot(const std::string& name) const;
     // `wanted`, or `wanted` with a trailing number counted up until no other object has it.
     std::string uniqueName(const std::string& wanted, const SceneObject* except = nullptr) const;
     // Renames through the placeholder "temp" so a swap of two names never collides.

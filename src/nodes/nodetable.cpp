@@ -29,6 +29,10 @@
 #include "nodes/cameranode.h"
 #include "nodes/projectnode.h"
 #include "nodes/pointmatchnode.h"
+#include "nodes/meshernode.h"
+#include "nodes/meshtovolumenode.h"
+#include "nodes/particlemeshnode.h"
+#include "nodes/particletovolumenode.h"
 
 #include <map>
 
@@ -71,6 +75,10 @@ const std::map<std::string, NodeMaker>& table()
         {"camera", &make<CameraNode>},
         {"project", &make<ProjectNode>},
         {"point-match", &make<PointMatchNode>},
+        {"mesher", &make<MesherNode>},
+        {"mesh-to-volume", &make<MeshToVolumeNode>},
+        {"particle-mesh", &make<ParticleMeshNode>},
+        {"particle-to-volume", &make<ParticleToVolumeNode>},
     };
     return t;
 }

@@ -46,6 +46,19 @@ WriteNode::WriteNode(NodeMaster* master) : GeoNode(master)
     addOutput("Output");
 }
 
+bool writeFrameFile(const std::string& who, const std::string& path, const BodyPtr& body, float time)
+{
+    const std::string ext = fileio::extensionOf(path);
+    if (ext != "obj" && ext != "vdb" && ext != "prt" && ext != "abc" && ext != "bin") return false;
+    std::printf("%s: preparing to write frame: %f\n", who.c_str(), double(time));
+    if (writingQueue) {
+        writingQueue->addBody(path, *body);
+    } else if (fileio::write(path, body) != 0) {
+        std::printf("%s: could not write %s\n", who.c_str(), path.c_str());
+    }
+    return true;
+}
+
 void WriteNode::reset()
 {
     GeoNode::reset();
@@ -161,16 +174,7 @@ void WriteNode::process(BodyPtr& result, const CookCaller& c)
         params.get("stitchedAlembic")->text = "false";
     }
     if (!stitch) {
-        const std::string ext = fileio::extensionOf(path);
-        const bool known = ext == "obj" || ext == "vdb" || ext == "prt" || ext == "abc" || ext == "bin";
-        if ((!isSubframe || writeSubframes) && known) {
-            std::printf("%s: preparing to write frame: %f\n", name().c_str(), double(c.time));
-            if (writingQueue) {
-                writingQueue->addBody(path, *body);
-            } else if (fileio::write(path, body) != 0) {
-                std::printf("%s: could not write %s\n", name().c_str(), path.c_str());
-            }
-        }
+        if (!isSubframe || writeSubframes) writeFrameFile(name(), path, body, c.time);
     } else {
         writeStitched(*body, path, isSubframe);
     }

@@ -7,6 +7,11 @@
 #include "io/abcinfo.h"
 #include "io/stitchedoutput.h"
 
+// One frame's file: for the extensions obj, vdb, prt, abc and bin, prints "<who>: preparing
+// to write frame: <time>" and hands the Body to the writing queue (or writes it here when
+// there is no queue). False, and nothing written, for any other extension.
+bool writeFrameFile(const std::string& who, const std::string& path, const BodyPtr& body, float time);
+
 class WriteNode : public GeoNode {
 public:
     explicit WriteNode(NodeMaster* master);
