@@ -91,7 +91,7 @@ TEST_F(GraphFileTest, UnknownAndUnbuiltKeysAreReportedAndUnbuiltOnesKeptForSavin
     const std::string file =
         "<Qorva_ng><nodes>"
         "<null><params nodeName=\"a\" enabled=\"true\"/><ui_params/><node_state/></null>"
-        "<mesher><params nodeName=\"m\" voxelSize=\"0.1\"/><ui_params/><node_state/></mesher>"
+        "<smoke-remove><params nodeName=\"m\" voxelSize=\"0.1\"/><ui_params/><node_state/></smoke-remove>"
         "<frobnicate><params nodeName=\"f\"/><ui_params/><node_state/></frobnicate>"
         "</nodes><wires>"
         "<wire from_nodeName=\"a\" to_nodeName=\"m\" from_plugName=\"Output\" to_plugName=\"Input\" "

@@ -5,8 +5,11 @@
 #include "app/commandline.h"
 #include "app/globals.h"
 #include "app/simstate.h"
+#include "io/imagefile.h"
 
 #include <QApplication>
+#include <QImage>
+#include <QImageReader>
 #include <QVector>
 #include <clocale>
 #include <cstdio>
@@ -23,6 +26,27 @@ void ensureRuntimeDir()
     const std::string dir = "/tmp/qorva-runtime-" + std::to_string(getuid());
     mkdir(dir.c_str(), 0700);
     setenv("XDG_RUNTIME_DIR", dir.c_str(), 1);
+}
+
+// Image formats the core doesn't read itself (JPEG, TIFF, BMP, ...) come through Qt.
+bool readImageWithQt(const std::string& path, ImageRgba& out, std::string& error)
+{
+    QImageReader reader(QString::fromStdString(path));
+    QImage image = reader.read();
+    if (image.isNull()) {
+        error = reader.errorString().toStdString();
+        return false;
+    }
+    image = image.convertToFormat(QImage::Format_RGBA8888);
+    out.width = image.width();
+    out.height = image.height();
+    out.rgba.resize(size_t(out.width) * size_t(out.height) * 4);
+    for (int y = 0; y < out.height; ++y) {
+        const uchar* row = image.constScanLine(y);
+        float* dst = out.rgba.data() + size_t(y) * size_t(out.width) * 4;
+        for (int k = 0; k < out.width * 4; ++k) dst[k] = float(row[k]) / 255.f;
+    }
+    return true;
 }
 } // namespace
 
@@ -75,6 +99,7 @@ int main(int argc, char** argv)
     QCoreApplication::setOrganizationName("Qorva");
     QCoreApplication::setApplicationName("Qorva");
     QCoreApplication::setApplicationVersion(QString::fromStdString(versionString));
+    setImageReaderHook(readImageWithQt);
 
     simState = new SimState();
     simState->headless = cl.headless;

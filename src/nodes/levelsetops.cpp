@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <sstream>
 
 namespace {
@@ -72,17 +73,22 @@ int filterLevelSet(const GridBasePtr& grid, int type, int width, int iterations,
     // The filter may move the narrow band, so the blend reads the old values by coordinate.
     openvdb::FloatGrid::Ptr before = strength < 1.f ? sdf->deepCopy() : nullptr;
 
-    openvdb::tools::LevelSetFilter<openvdb::FloatGrid, openvdb::FloatGrid> filter(*sdf);
-    filter.setMaskRange(0.f, 1.f);
-    const openvdb::FloatGrid* m = maskGrid.get();
-    width = std::max(1, width);
-    for (int i = 0; i < std::max(1, iterations); ++i) {
-        switch (type) {
-        case 1: filter.mean(width, m); break;
-        case 2: filter.median(width, m); break;
-        case 3: filter.laplacian(m); break;
-        default: filter.gaussian(width, m); break;
+    try {
+        openvdb::tools::LevelSetFilter<openvdb::FloatGrid, openvdb::FloatGrid> filter(*sdf);
+        filter.setMaskRange(0.f, 1.f);
+        const openvdb::FloatGrid* m = maskGrid.get();
+        width = std::max(1, width);
+        for (int i = 0; i < std::max(1, iterations); ++i) {
+            switch (type) {
+            case 1: filter.mean(width, m); break;
+            case 2: filter.median(width, m); break;
+            case 3: filter.laplacian(m); break;
+            default: filter.gaussian(width, m); break;
+            }
         }
+    } catch (const openvdb::Exception& e) { // not a level set, or voxels that aren't cubes
+        std::printf("level set filter: %s\n", e.what());
+        return -1;
     }
     if (before) {
         auto old = before->getConstAccessor();
@@ -99,8 +105,13 @@ int levelSetOffset(const GridBasePtr& grid, float amount)
     openvdb::FloatGrid::Ptr sdf = asFloat(grid);
     if (!sdf) return -1;
     if (amount == 0.f || !std::isfinite(amount)) return 0;
-    openvdb::tools::LevelSetFilter<openvdb::FloatGrid> filter(*sdf);
-    filter.offset(amount);
+    try {
+        openvdb::tools::LevelSetFilter<openvdb::FloatGrid> filter(*sdf);
+        filter.offset(amount);
+    } catch (const openvdb::Exception& e) {
+        std::printf("level set offset: %s\n", e.what());
+        return -1;
+    }
     return 0;
 }
 

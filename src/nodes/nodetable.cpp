@@ -1,9 +1,15 @@
 #include "nodes/nodetable.h"
 
+#include "nodes/attribaddnode.h"
+#include "nodes/attribblurnode.h"
 #include "nodes/attribcreatenode.h"
+#include "nodes/attribfrommapnode.h"
 #include "nodes/attribremovenode.h"
 #include "nodes/attribrenamenode.h"
 #include "nodes/attribscalenode.h"
+#include "nodes/attribsetnode.h"
+#include "nodes/attribtransfernode.h"
+#include "nodes/calcvelocitynode.h"
 #include "nodes/colorbyvelnode.h"
 #include "nodes/meshcurvaturenode.h"
 #include "nodes/normalsnode.h"
@@ -33,6 +39,18 @@
 #include "nodes/meshtovolumenode.h"
 #include "nodes/particlemeshnode.h"
 #include "nodes/particletovolumenode.h"
+#include "nodes/voldomainnode.h"
+#include "nodes/volumeaddnode.h"
+#include "nodes/volumecsgnode.h"
+#include "nodes/volumeerodenode.h"
+#include "nodes/volumefilternode.h"
+#include "nodes/volumegradientnode.h"
+#include "nodes/volumeinvertnode.h"
+#include "nodes/volumeresamplenode.h"
+#include "nodes/volumesamplenode.h"
+#include "nodes/volumescalenode.h"
+#include "nodes/volumetilesnode.h"
+#include "nodes/volumetomeshnode.h"
 
 #include <map>
 
@@ -47,10 +65,16 @@ const std::map<std::string, NodeMaker>& table()
 {
     static const std::map<std::string, NodeMaker> t = {
         {"null", &make<NullNode>},
+        {"attrib-add", &make<AttribAddNode>},
+        {"attrib-blur", &make<AttribBlurNode>},
         {"attrib-create", &make<AttribCreateNode>},
+        {"attrib-from-map", &make<AttribFromMapNode>},
         {"attrib-remove", &make<AttribRemoveNode>},
         {"attrib-rename", &make<AttribRenameNode>},
         {"attrib-scale", &make<AttribScaleNode>},
+        {"attrib-set", &make<AttribSetNode>},
+        {"attrib-transfer", &make<AttribTransferNode>},
+        {"calc-velocity", &make<CalcVelocityNode>},
         {"color-by-vel", &make<ColorByVelNode>},
         {"mesh-curvature", &make<MeshCurvatureNode>},
         {"normals", &make<NormalsNode>},
@@ -79,6 +103,20 @@ const std::map<std::string, NodeMaker>& table()
         {"mesh-to-volume", &make<MeshToVolumeNode>},
         {"particle-mesh", &make<ParticleMeshNode>},
         {"particle-to-volume", &make<ParticleToVolumeNode>},
+        {"volume-add", &make<VolumeAddNode>},
+        {"volume-difference", &make<VolumeDifferenceNode>},
+        {"volume-erode", &make<VolumeErodeNode>},
+        {"volume-filter", &make<VolumeFilterNode>},
+        {"volume-gradient", &make<VolumeGradientNode>},
+        {"volume-intersection", &make<VolumeIntersectionNode>},
+        {"volume-invert", &make<VolumeInvertNode>},
+        {"volume-resample", &make<VolumeResampleNode>},
+        {"volume-sample", &make<VolumeSampleNode>},
+        {"volume-scale", &make<VolumeScaleNode>},
+        {"volume-tiles", &make<VolumeTilesNode>},
+        {"volume-to-mesh", &make<VolumeToMeshNode>},
+        {"volume-union", &make<VolumeUnionNode>},
+        {"voldomain", &make<VolDomainNode>},
     };
     return t;
 }
