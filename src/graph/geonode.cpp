@@ -378,3 +378,15 @@ void GeoNode::processFilter(BodyPtr& result, const CookCaller& c)
     if (body && enabled) cookBody(body);
     finishProcess(result, c, std::move(body), false);
 }
+
+void GeoNode::processPair(BodyPtr& result, const CookCaller& c)
+{
+    std::unique_lock<std::mutex> lock;
+    if (prologue(result, c, lock)) return;
+    std::vector<BodyPtr> in = fetchInputs({0, 1});
+    BodyPtr body = in[0];
+    if (body && enabled) cookPair(body, in[1].get());
+    finishProcess(result, c, std::move(body), false);
+}
+
+void GeoNode::cookPair(BodyPtr&, const Body*) {}

@@ -83,7 +83,19 @@ public:
     void processFilter(BodyPtr& result, const CookCaller& caller);
     // The node's own work for processFilter. `body` is never null; a node may replace it.
     virtual void cookBody(BodyPtr& body);
+    // The two-input shape: as processFilter, with the second input pulled alongside the
+    // first; cookPair runs on the first input's Body when it exists and the node is enabled.
+    void processPair(BodyPtr& result, const CookCaller& caller);
+    // `second` is null when the second input is unwired or gave nothing.
+    virtual void cookPair(BodyPtr& body, const Body* second);
 };
+
+// Nodes of two inputs that follow processPair.
+#define QORVA_PAIR_PROCESS                                                                                   \
+    void process(BodyPtr& result, const CookCaller& caller) override                                         \
+    {                                                                                                        \
+        processPair(result, caller);                                                                         \
+    }
 
 // Every GeoNode follows processFilter unless it says otherwise.
 #define QORVA_FILTER_PROCESS                                                                                 \

@@ -46,14 +46,9 @@ AttribAddNode::AttribAddNode(NodeMaster* master) : GeoNode(master)
     addOutput("Output");
 }
 
-void AttribAddNode::process(BodyPtr& result, const CookCaller& c)
+void AttribAddNode::cookPair(BodyPtr& body, const Body* second)
 {
-    std::unique_lock<std::mutex> lock;
-    if (prologue(result, c, lock)) return;
-    std::vector<BodyPtr> in = fetchInputs({0, 1});
-    BodyPtr body = in[0];
-    if (body && enabled && in[1]) add(*body, *in[1]);
-    finishProcess(result, c, std::move(body), false);
+    if (second) add(*body, *second);
 }
 
 void AttribAddNode::add(Body& a, const Body& b) const

@@ -7,7 +7,8 @@
 class AttribAddNode : public GeoNode {
 public:
     explicit AttribAddNode(NodeMaster* master);
-    void process(BodyPtr& result, const CookCaller& caller) override;
+    QORVA_PAIR_PROCESS
+    void cookPair(BodyPtr& body, const Body* second) override;
 
     // a.attrib_a += b.attrib_b * scale over the first min(count a, count b) points.
     void add(Body& a, const Body& b) const;

@@ -36,16 +36,10 @@ AttribSetNode::AttribSetNode(NodeMaster* master) : GeoNode(master)
     addOutput("Output");
 }
 
-void AttribSetNode::process(BodyPtr& result, const CookCaller& c)
+void AttribSetNode::cookPair(BodyPtr& body, const Body* second)
 {
-    std::unique_lock<std::mutex> lock;
-    if (prologue(result, c, lock)) return;
-    std::vector<BodyPtr> in = fetchInputs({0, 1});
-    BodyPtr body = in[0];
     const Plug* maskPlug = inputPlug(1);
-    const bool maskWired = maskPlug && maskPlug->sourceNode();
-    if (body && enabled) apply(*body, in[1].get(), maskWired);
-    finishProcess(result, c, std::move(body), false);
+    apply(*body, second, maskPlug && maskPlug->sourceNode());
 }
 
 namespace {

@@ -7,7 +7,8 @@
 class AttribSetNode : public GeoNode {
 public:
     explicit AttribSetNode(NodeMaster* master);
-    void process(BodyPtr& result, const CookCaller& caller) override;
+    QORVA_PAIR_PROCESS
+    void cookPair(BodyPtr& body, const Body* second) override;
 
     // The mask weight at signed distance `sdf`: 1 inside, 0 at `falloff` and beyond,
     // linear between; a falloff of 0 or less makes a hard edge at the surface.

@@ -84,14 +84,9 @@ AttribTransferNode::AttribTransferNode(NodeMaster* master) : GeoNode(master)
     addOutput("Output");
 }
 
-void AttribTransferNode::process(BodyPtr& result, const CookCaller& c)
+void AttribTransferNode::cookPair(BodyPtr& body, const Body* second)
 {
-    std::unique_lock<std::mutex> lock;
-    if (prologue(result, c, lock)) return;
-    std::vector<BodyPtr> in = fetchInputs({0, 1});
-    BodyPtr body = in[0];
-    if (body && enabled && in[1]) transfer(*body, *in[1]);
-    finishProcess(result, c, std::move(body), false);
+    if (second) transfer(*body, *second);
 }
 
 void AttribTransferNode::matchByProximity(const VecArray& receiver, const VecArray& source, float distance,

@@ -10,7 +10,8 @@
 class AttribTransferNode : public GeoNode {
 public:
     explicit AttribTransferNode(NodeMaster* master);
-    void process(BodyPtr& result, const CookCaller& caller) override;
+    QORVA_PAIR_PROCESS
+    void cookPair(BodyPtr& body, const Body* second) override;
 
     enum TransferBy : int32_t { BY_INDEX = 0, BY_ID = 1, BY_PROXIMITY = 2 };
 

@@ -105,14 +105,9 @@ CopyNode::CopyNode(NodeMaster* master) : GeoNode(master)
     addOutput("Output");
 }
 
-void CopyNode::process(BodyPtr& result, const CookCaller& c)
+void CopyNode::cookPair(BodyPtr& body, const Body* second)
 {
-    std::unique_lock<std::mutex> lock;
-    if (prologue(result, c, lock)) return;
-    std::vector<BodyPtr> in = fetchInputs({0, 1});
-    BodyPtr body = in[0];
-    if (body && enabled) body = makeCopies(*body, in[1].get());
-    finishProcess(result, c, std::move(body), false);
+    body = makeCopies(*body, second);
 }
 
 BodyPtr CopyNode::makeCopies(const Body& object, const Body* targets)

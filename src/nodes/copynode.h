@@ -9,7 +9,8 @@
 class CopyNode : public GeoNode {
 public:
     explicit CopyNode(NodeMaster* master);
-    void process(BodyPtr& result, const CookCaller& caller) override;
+    QORVA_PAIR_PROCESS
+    void cookPair(BodyPtr& body, const Body* second) override;
 
     float scale = 1.f;
     std::string orientAttribName;

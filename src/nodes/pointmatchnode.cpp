@@ -22,14 +22,9 @@ PointMatchNode::PointMatchNode(NodeMaster* master) : GeoNode(master)
     addOutput("Output-Points");
 }
 
-void PointMatchNode::process(BodyPtr& result, const CookCaller& c)
+void PointMatchNode::cookPair(BodyPtr& body, const Body* second)
 {
-    std::unique_lock<std::mutex> lock;
-    if (prologue(result, c, lock)) return;
-    std::vector<BodyPtr> in = fetchInputs({0, 1});
-    BodyPtr body = in[0];
-    if (body && enabled && in[1]) match(*body, *in[1]);
-    finishProcess(result, c, std::move(body), false);
+    if (second) match(*body, *second);
 }
 
 void PointMatchNode::match(Body& body, const Body& influence)

@@ -7,7 +7,8 @@
 class PointMatchNode : public GeoNode {
 public:
     explicit PointMatchNode(NodeMaster* master);
-    void process(BodyPtr& result, const CookCaller& caller) override;
+    QORVA_PAIR_PROCESS
+    void cookPair(BodyPtr& body, const Body* second) override;
 
     // Moves the points of `body` onto their nearest points of `influence`.
     void match(Body& body, const Body& influence);

@@ -34,14 +34,9 @@ ProjectNode::ProjectNode(NodeMaster* master) : GeoNode(master)
     addOutput("Output");
 }
 
-void ProjectNode::process(BodyPtr& result, const CookCaller& c)
+void ProjectNode::cookPair(BodyPtr& body, const Body* second)
 {
-    std::unique_lock<std::mutex> lock;
-    if (prologue(result, c, lock)) return;
-    std::vector<BodyPtr> in = fetchInputs({0, 1});
-    BodyPtr body = in[0];
-    if (body && enabled && !project(*body, in[1].get())) body = std::make_shared<Body>();
-    finishProcess(result, c, std::move(body), false);
+    if (!project(*body, second)) body = std::make_shared<Body>();
 }
 
 bool ProjectNode::project(Body& body, const Body* camera)

@@ -9,7 +9,8 @@
 class ProjectNode : public GeoNode {
 public:
     explicit ProjectNode(NodeMaster* master);
-    void process(BodyPtr& result, const CookCaller& caller) override;
+    QORVA_PAIR_PROCESS
+    void cookPair(BodyPtr& body, const Body* second) override;
 
     std::string posAttrName = "P";
 

@@ -30,14 +30,9 @@ VolumeAddNode::VolumeAddNode(NodeMaster* master) : GeoNode(master)
     addOutput("Output");
 }
 
-void VolumeAddNode::process(BodyPtr& result, const CookCaller& c)
+void VolumeAddNode::cookPair(BodyPtr& body, const Body* second)
 {
-    std::unique_lock<std::mutex> lock;
-    if (prologue(result, c, lock)) return;
-    std::vector<BodyPtr> in = fetchInputs({0, 1});
-    BodyPtr body = in[0];
-    if (body && enabled) add(*body, in[1].get());
-    finishProcess(result, c, std::move(body), false);
+    add(*body, second);
 }
 
 void VolumeAddNode::add(Body& body, const Body* other)

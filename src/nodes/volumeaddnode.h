@@ -7,7 +7,8 @@
 class VolumeAddNode : public GeoNode {
 public:
     explicit VolumeAddNode(NodeMaster* master);
-    void process(BodyPtr& result, const CookCaller& caller) override;
+    QORVA_PAIR_PROCESS
+    void cookPair(BodyPtr& body, const Body* second) override;
 
     // Adds the grid of kind volChoiceB of `other` to a copy of the grid of kind volChoiceA
     // of `body`, which replaces it. Prints and leaves `body` as it is when either grid is

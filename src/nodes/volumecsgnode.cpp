@@ -20,14 +20,9 @@ VolumeCsgNode::VolumeCsgNode(NodeMaster* master, CsgOperation op) : GeoNode(mast
     addOutput("Output");
 }
 
-void VolumeCsgNode::process(BodyPtr& result, const CookCaller& c)
+void VolumeCsgNode::cookPair(BodyPtr& body, const Body* second)
 {
-    std::unique_lock<std::mutex> lock;
-    if (prologue(result, c, lock)) return;
-    std::vector<BodyPtr> in = fetchInputs({0, 1});
-    BodyPtr body = in[0];
-    if (body && enabled) combine(*body, in[1].get());
-    finishProcess(result, c, std::move(body), false);
+    combine(*body, second);
 }
 
 void VolumeCsgNode::combine(Body& body, const Body* other)

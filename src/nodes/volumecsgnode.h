@@ -9,7 +9,8 @@
 class VolumeCsgNode : public GeoNode {
 public:
     VolumeCsgNode(NodeMaster* master, CsgOperation operation);
-    void process(BodyPtr& result, const CookCaller& caller) override;
+    QORVA_PAIR_PROCESS
+    void cookPair(BodyPtr& body, const Body* second) override;
 
     // Replaces the distance grid of `body` by its combination with the distance grid of
     // `other`. Prints and leaves `body` as it is when either has none.

@@ -25,14 +25,9 @@ VolumeErodeNode::VolumeErodeNode(NodeMaster* master) : GeoNode(master)
     addOutput("Volume-Output");
 }
 
-void VolumeErodeNode::process(BodyPtr& result, const CookCaller& c)
+void VolumeErodeNode::cookPair(BodyPtr& body, const Body* second)
 {
-    std::unique_lock<std::mutex> lock;
-    if (prologue(result, c, lock)) return;
-    std::vector<BodyPtr> in = fetchInputs({0, 1});
-    BodyPtr body = in[0];
-    if (body && enabled) erode(*body, in[1].get());
-    finishProcess(result, c, std::move(body), false);
+    erode(*body, second);
 }
 
 void VolumeErodeNode::erode(Body& body, const Body* mask)

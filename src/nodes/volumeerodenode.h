@@ -7,7 +7,8 @@
 class VolumeErodeNode : public GeoNode {
 public:
     explicit VolumeErodeNode(NodeMaster* master);
-    void process(BodyPtr& result, const CookCaller& caller) override;
+    QORVA_PAIR_PROCESS
+    void cookPair(BodyPtr& body, const Body* second) override;
 
     // Offsets the distance grid of `body` inwards by erodeAmount, under the mask made from
     // the distance grid of `mask` when it is given.

@@ -20,14 +20,9 @@ VolumeFilterNode::VolumeFilterNode(NodeMaster* master) : GeoNode(master)
     addOutput("Volume-Output");
 }
 
-void VolumeFilterNode::process(BodyPtr& result, const CookCaller& c)
+void VolumeFilterNode::cookPair(BodyPtr& body, const Body* second)
 {
-    std::unique_lock<std::mutex> lock;
-    if (prologue(result, c, lock)) return;
-    std::vector<BodyPtr> in = fetchInputs({0, 1});
-    BodyPtr body = in[0];
-    if (body && enabled) filter(*body, in[1].get());
-    finishProcess(result, c, std::move(body), false);
+    filter(*body, second);
 }
 
 void VolumeFilterNode::filter(Body& body, const Body* mask)

@@ -7,7 +7,8 @@
 class VolumeFilterNode : public GeoNode {
 public:
     explicit VolumeFilterNode(NodeMaster* master);
-    void process(BodyPtr& result, const CookCaller& caller) override;
+    QORVA_PAIR_PROCESS
+    void cookPair(BodyPtr& body, const Body* second) override;
 
     // Filters the distance grid of `body` with the node's rows; the distance grid of
     // `mask`, turned into a 0..1 fog, limits the filter when given.

@@ -47,14 +47,9 @@ VolumeSampleNode::VolumeSampleNode(NodeMaster* master) : GeoNode(master)
     addOutput("Points-Output");
 }
 
-void VolumeSampleNode::process(BodyPtr& result, const CookCaller& c)
+void VolumeSampleNode::cookPair(BodyPtr& body, const Body* second)
 {
-    std::unique_lock<std::mutex> lock;
-    if (prologue(result, c, lock)) return;
-    std::vector<BodyPtr> in = fetchInputs({0, 1});
-    BodyPtr body = in[0];
-    if (body && enabled) sample(*body, in[1].get());
-    finishProcess(result, c, std::move(body), false);
+    sample(*body, second);
 }
 
 void VolumeSampleNode::sample(Body& points, const Body* volume)

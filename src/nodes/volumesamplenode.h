@@ -9,7 +9,8 @@
 class VolumeSampleNode : public GeoNode {
 public:
     explicit VolumeSampleNode(NodeMaster* master);
-    void process(BodyPtr& result, const CookCaller& caller) override;
+    QORVA_PAIR_PROCESS
+    void cookPair(BodyPtr& body, const Body* second) override;
 
     // Samples the grid volumeName of `volume` at the points of `points` into attribName.
     // Prints and leaves the points as they are when the grid or the attribute don't fit.

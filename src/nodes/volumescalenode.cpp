@@ -22,14 +22,9 @@ VolumeScaleNode::VolumeScaleNode(NodeMaster* master) : GeoNode(master)
     addOutput("Output");
 }
 
-void VolumeScaleNode::process(BodyPtr& result, const CookCaller& c)
+void VolumeScaleNode::cookPair(BodyPtr& body, const Body* second)
 {
-    std::unique_lock<std::mutex> lock;
-    if (prologue(result, c, lock)) return;
-    std::vector<BodyPtr> in = fetchInputs({0, 1});
-    BodyPtr body = in[0];
-    if (body && enabled) scaleVolume(*body, in[1].get());
-    finishProcess(result, c, std::move(body), false);
+    scaleVolume(*body, second);
 }
 
 void VolumeScaleNode::scaleVolume(Body& body, const Body* mask)

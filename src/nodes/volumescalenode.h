@@ -7,7 +7,8 @@
 class VolumeScaleNode : public GeoNode {
 public:
     explicit VolumeScaleNode(NodeMaster* master);
-    void process(BodyPtr& result, const CookCaller& caller) override;
+    QORVA_PAIR_PROCESS
+    void cookPair(BodyPtr& body, const Body* second) override;
 
     // Scales the grid of kind volumeToScale of `body`, masked by the fog of the distance
     // grid of `mask` when it is given.
