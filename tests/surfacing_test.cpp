@@ -346,6 +346,19 @@ TEST_F(SurfacingNodeTest, MesherSourcesAndFailures)
     EXPECT_TRUE(mesher->error);
     EXPECT_EQ(mesher->fileInfo, "/nonexistent/particles.0001.bin: read error.");
 
+    // A cache sequence, read at the cook's frame.
+    const fs::path cache = fs::temp_directory_path() / ("qorva_mesher_in_" + std::to_string(getpid()));
+    fs::create_directories(cache);
+    std::vector<Vec4f> grains;
+    for (int i = 0; i < 27; ++i) grains.emplace_back(float(i % 3) * 0.05f, float(i / 3 % 3) * 0.05f, float(i / 9) * 0.05f);
+    ASSERT_EQ(fileio::write((cache / "grains.0001.bin").string(), pointsBody(grains)), 0);
+    set(mesher, "readFilePath", (cache / "grains.####.bin").string());
+    out = pullAnew(mesher);
+    EXPECT_FALSE(mesher->error);
+    EXPECT_EQ(mesher->fileInfo, (cache / "grains.0001.bin").string() + ": read 27 particles.");
+    EXPECT_GT(out->points->size(), 20u);
+    fs::remove_all(cache);
+
     // A classic system by name.
     DumbParticleSystem* dots = simulation->createDumbSystem("meshDots");
     for (int i = 0; i < 20; ++i) dots->body->points->addPoint(Vec4f(float(i % 3) * 0.05f, float(i / 3 % 3) * 0.05f, float(i / 9) * 0.05f));
