@@ -243,7 +243,7 @@ TEST_F(GraphFileTest, FactoryKeysNamesAndColours)
         }
     }
     EXPECT_EQ(upres, 2);
-    EXPECT_EQ(all.size() + 12, 86u);
+    EXPECT_EQ(all.size() + 14, 88u);
     EXPECT_EQ(nodeMaster->menuCategories.front().name, "Classic");
 }
 

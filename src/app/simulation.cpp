@@ -19,6 +19,7 @@
 #include "io/object.h"
 #include "particles/granularparticlesystem.h"
 #include "particles/particleimport.h"
+#include "particles/sphparticlesystem.h"
 
 #include <QThread>
 #include <algorithm>
@@ -61,6 +62,7 @@ void Simulation::clear()
 {
     dumbSystems.clear();
     granularSystems.clear();
+    sphSystems.clear();
     forces.clear();
     objects.clear();
     sources.clear();
@@ -99,6 +101,15 @@ DumbParticleSystem* Simulation::createDumbSystem(const std::string& name)
     dumbSystems.push_back(d);
     std::srand(1); // a new system restarts the run's random stream
     return d;
+}
+
+SimpleSPHParticleSystem* Simulation::createSPHSystem(const std::string& name)
+{
+    auto system = std::make_unique<SimpleSPHParticleSystem>();
+    SimpleSPHParticleSystem* s = system.get();
+    registerObject(std::move(system), name);
+    sphSystems.push_back(s);
+    return s;
 }
 
 Force* Simulation::createForce(const std::string& name)
@@ -144,7 +155,8 @@ void Simulation::removeObject(SceneObject* object)
 {
     if (!object || object == globalSettings) return;
     dropFrom(objects, object) || dropFrom(sources, object) || dropFrom(colliders, object) ||
-        dropFrom(forces, object) || dropFrom(dumbSystems, object) || dropFrom(granularSystems, object);
+        dropFrom(forces, object) || dropFrom(dumbSystems, object) || dropFrom(granularSystems, object) ||
+        dropFrom(sphSystems, object);
     if (object->id >= 0 && size_t(object->id) < objectsById.size()) objectsById[size_t(object->id)] = nullptr;
     selection.erase(std::remove_if(selection.begin(), selection.end(),
                                    [&](const SelectionEntry& e) { return e.id == object->id; }),
@@ -285,9 +297,36 @@ std::shared_ptr<Body> Simulation::systemSnapshot(const std::string& name) const
 {
     for (const DumbParticleSystem* s : dumbSystems)
         if (s->name == name) return s->exportBody();
+    for (const SimpleSPHParticleSystem* s : sphSystems)
+        if (s->name == name) return s->exportBody();
     for (const GranularParticleSystem* s : granularSystems)
         if (s->name == name) return s->exportBody();
     return nullptr;
+}
+
+bool Simulation::replaceSystemPoints(const std::string& name, const PointData& points)
+{
+    for (DumbParticleSystem* s : dumbSystems)
+        if (s->name == name) {
+            *s->body->points = points;
+            return true;
+        }
+    for (SimpleSPHParticleSystem* s : sphSystems)
+        if (s->name == name) {
+            *s->body->points = points;
+            s->ensureChannels();
+            return true;
+        }
+    for (GranularParticleSystem* s : granularSystems)
+        if (s->name == name) {
+            *s->body->points = points;
+            s->ensureChannels();
+            // As after loading an initial state: the next solve links the particles anew.
+            s->lastParticleCount = 0;
+            s->constraintsDirty = true;
+            return true;
+        }
+    return false;
 }
 
 std::string Simulation::uniqueName(const std::string& wanted, const SceneObject* except) const
@@ -317,6 +356,8 @@ float Simulation::maxStableDt(float c) const
     float d = 1000.f;
     for (const GranularParticleSystem* g : granularSystems)
         if (g->maxSpeedLastStep > 0.f) d = std::min(d, c * g->particleSpacing / g->maxSpeedLastStep);
+    for (const SimpleSPHParticleSystem* s : sphSystems)
+        if (s->maxSpeedLastStep > 0.f) d = std::min(d, c * s->particleSpacing / s->maxSpeedLastStep);
     return d;
 }
 
@@ -337,22 +378,31 @@ size_t Simulation::particleCount() const
     size_t n = 0;
     for (const DumbParticleSystem* d : dumbSystems) n += d->size();
     for (const GranularParticleSystem* g : granularSystems) n += g->particleCount();
+    for (const SimpleSPHParticleSystem* s : sphSystems) n += s->particleCount();
     return n;
 }
 
 void Simulation::stepSystems()
 {
+    for (SimpleSPHParticleSystem* s : sphSystems) s->step();
     for (GranularParticleSystem* g : granularSystems) g->step();
     for (DumbParticleSystem* d : dumbSystems) d->step();
 }
 
 void Simulation::rememberParticleCounts()
 {
+    for (SimpleSPHParticleSystem* s : sphSystems) s->rememberParticleCount();
     for (GranularParticleSystem* g : granularSystems) g->rememberParticleCount();
 }
 
 void Simulation::loadInitialStates()
 {
+    for (SimpleSPHParticleSystem* s : sphSystems) {
+        const Parameter* row = s->params.get("initialStateFilePath");
+        if (!row || row->text.empty()) continue;
+        const std::string path = initialStatePath(row->text, s->name, s->exportFormat);
+        if (std::ifstream(path, std::ios::binary)) readInitialState(*s, path);
+    }
     for (GranularParticleSystem* g : granularSystems) {
         const Parameter* row = g->params.get("initialStateFilePath");
         if (!row || row->text.empty()) continue;
@@ -402,6 +452,8 @@ void Simulation::writeCaches()
     const int64_t start = SimState::nowNs();
     for (const DumbParticleSystem* d : dumbSystems)
         if (d->enabled) writeSystemCache(*d);
+    for (const SimpleSPHParticleSystem* s : sphSystems)
+        if (s->enabled) writeSystemCache(*s);
     for (const GranularParticleSystem* g : granularSystems)
         if (g->enabled) writeSystemCache(*g);
     cacheSeconds += double(SimState::nowNs() - start) / 1e9;
@@ -410,6 +462,7 @@ void Simulation::writeCaches()
 void Simulation::readCaches()
 {
     for (DumbParticleSystem* d : dumbSystems) readSystemCache(*d);
+    for (SimpleSPHParticleSystem* s : sphSystems) readSystemCache(*s);
     for (GranularParticleSystem* g : granularSystems) readSystemCache(*g);
 }
 
@@ -418,5 +471,6 @@ void Simulation::resetAll()
     for (Source* src : sources) src->resetEmission();
     for (CollisionObject* c : colliders) c->resetState();
     for (DumbParticleSystem* d : dumbSystems) d->reset(true);
+    for (SimpleSPHParticleSystem* s : sphSystems) s->reset();
     for (GranularParticleSystem* g : granularSystems) g->reset();
 }

@@ -11,8 +11,10 @@
 class SceneObject;
 class GlobalSettings;
 class Body;
+class PointData;
 class GranularParticleSystem;
 class DumbParticleSystem;
+class SimpleSPHParticleSystem;
 class Force;
 class Source;
 class CollisionObject;
@@ -35,6 +37,7 @@ public:
     GlobalSettings* globalSettings = nullptr;
     std::vector<DumbParticleSystem*> dumbSystems;
     std::vector<GranularParticleSystem*> granularSystems;
+    std::vector<SimpleSPHParticleSystem*> sphSystems;
     std::vector<Object*> objects;
     std::vector<Source*> sources;
     std::vector<CollisionObject*> colliders;
@@ -66,6 +69,7 @@ public:
     // Creates and registers a granular system; the name is made unique.
     GranularParticleSystem* createGranularSystem(const std::string& name = "granular1");
     DumbParticleSystem* createDumbSystem(const std::string& name = "dumb1");
+    SimpleSPHParticleSystem* createSPHSystem(const std::string& name = "sph1");
     Force* createForce(const std::string& name = "force1");
     Source* createSource(const std::string& name = "source1");
     CollisionObject* createCollider(const std::string& name = "collider1");
@@ -88,6 +92,10 @@ public:
     // A copy of the points of the classic system called `name`, as its cache would hold
     // them (the system's export exclusions left out); null when no system has that name.
     std::shared_ptr<Body> systemSnapshot(const std::string& name) const;
+    // The points of the classic system called `name` become a copy of `points`, with all
+    // their channels; the system then adds the channels it needs. false when no system
+    // has that name.
+    bool replaceSystemPoints(const std::string& name, const PointData& points);
     // `wanted`, or `wanted` with a trailing number counted up until no other object has it.
     std::string uniqueName(const std::string& wanted, const SceneObject* except = nullptr) const;
     // Renames through the placeholder "temp" so a swap of two names never collides.

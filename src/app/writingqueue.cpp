@@ -8,6 +8,7 @@
 #include "io/fileio.h"
 #include "particles/dumbparticlesystem.h"
 #include "particles/granularparticlesystem.h"
+#include "particles/sphparticlesystem.h"
 
 #include <QMutexLocker>
 #include <boost/filesystem.hpp>
@@ -86,6 +87,12 @@ void WritingQueue::addSystemSnapshot(const std::string& path, const DumbParticle
                                      const std::vector<std::string>& excluded)
 {
     queuePointsExcept(path, *system.body, excluded.empty() ? system.exportExcludedChannels : excluded);
+}
+
+void WritingQueue::addSystemSnapshot(const std::string& path, const SimpleSPHParticleSystem& system,
+                                     const std::vector<std::string>& excluded)
+{
+    queuePointsExcept(path, *system.body, excluded.empty() ? system.exportExclusions() : excluded);
 }
 
 void WritingQueue::addImage(const std::string& path, ImageBuffer image)

@@ -18,6 +18,7 @@
 class Body;
 class GranularParticleSystem;
 class DumbParticleSystem;
+class SimpleSPHParticleSystem;
 
 // Run state at the moment a snapshot was queued; BIN headers carry it.
 struct FrameStamp {
@@ -49,6 +50,8 @@ public:
     void addSystemSnapshot(const std::string& path, const GranularParticleSystem& system,
                            const std::vector<std::string>& excluded = {});
     void addSystemSnapshot(const std::string& path, const DumbParticleSystem& system,
+                           const std::vector<std::string>& excluded = {});
+    void addSystemSnapshot(const std::string& path, const SimpleSPHParticleSystem& system,
                            const std::vector<std::string>& excluded = {});
     // Forces every pixel opaque, then queues the image.
     void addImage(const std::string& path, ImageBuffer image);

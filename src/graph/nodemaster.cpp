@@ -11,6 +11,7 @@
 #include "graph/plug.h"
 #include "graph/plugcache.h"
 #include "nodes/nodetable.h"
+#include "nodes/systemnodes.h"
 
 #include <algorithm>
 #include <cctype>
@@ -23,7 +24,8 @@ namespace {
 // Keys the factory knows without a menu place.
 const char* const kUnlistedKeys[] = {
     "granular-origin", "particle-mesh", "attrib-create",   "dust-emit",   "volume-add",  "smoke-grid-modify",
-    "particle-burst",  "particle-emit", "jet-flip-solver", "flip-origin", "flip-solver", "attrib-blur"};
+    "particle-burst",  "particle-emit", "jet-flip-solver", "flip-origin", "flip-solver", "attrib-blur",
+    "sph-origin",      "sph-solver"};
 
 std::vector<NodeMaster::MenuCategory> makeMenu()
 {
@@ -306,7 +308,10 @@ float NodeMaster::currentTime() const
 
 void NodeMaster::runSystemNodes()
 {
-    // System nodes (the classic systems' graph side) join with the solver nodes.
+    // The SPH system nodes, once a substep after the classic systems: their sources emit.
+    for (BaseNode* n : nodes)
+        if (auto* s = dynamic_cast<SPHSystemNode*>(n))
+            if (s->enabled) s->process();
 }
 
 void NodeMaster::resetNodes()

@@ -15,6 +15,7 @@
 #include "particles/force.h"
 #include "particles/source.h"
 #include "particles/granularparticlesystem.h"
+#include "particles/sphparticlesystem.h"
 
 #include <tinyxml2.h>
 
@@ -64,6 +65,13 @@ const std::vector<Kind>& kinds()
          [](Simulation& s) { return asObjects(s.dumbSystems); },
          [](Simulation& s) -> SceneObject* { return s.createDumbSystem(""); },
          [](SceneObject* o) -> ObjectLinks* { return static_cast<DumbParticleSystem*>(o); }, nullptr, ""},
+        // Under "nodes" the SPH list is written after the granular one (see save); it is
+        // loaded and connected before it.
+        {"SPHParticleSystems", "simpleSPHParticleSystems", "SPHParticleSystem_",
+         [](Simulation& s) { return asObjects(s.sphSystems); },
+         [](Simulation& s) -> SceneObject* { return s.createSPHSystem(""); },
+         [](SceneObject* o) -> ObjectLinks* { return static_cast<SimpleSPHParticleSystem*>(o); }, nullptr,
+         ""},
         {"granularParticleSystems", "granularParticleSystems", "GranularParticleSystem_",
          [](Simulation& s) { return asObjects(s.granularSystems); },
          [](Simulation& s) -> SceneObject* { return s.createGranularSystem(""); },
@@ -199,26 +207,31 @@ bool save(Simulation& s, const std::string& path)
         writeParameters(e, s.globalSettings->params);
         settingsList->InsertEndChild(e);
     }
-    for (const Kind& k : kinds()) {
+    auto writeNodes = [&](const Kind& k) {
         XMLElement* list = doc.NewElement(k.nodesTag);
         nodes->InsertEndChild(list);
-        // SPH systems sit between the granular systems and the objects; none exist yet.
-        if (std::string(k.nodesTag) == "granularParticleSystems")
-            nodes->InsertEndChild(doc.NewElement("SPHParticleSystems"));
         int n = 0;
         for (SceneObject* o : k.objects(s)) {
             XMLElement* e = doc.NewElement((k.prefix + std::to_string(n++)).c_str());
             writeParameters(e, o->params);
             list->InsertEndChild(e);
         }
+    };
+    // SPH systems sit between the granular systems and the objects.
+    const Kind* sph = nullptr;
+    for (const Kind& k : kinds()) {
+        if (std::string(k.nodesTag) == "SPHParticleSystems") {
+            sph = &k;
+            continue;
+        }
+        writeNodes(k);
+        if (sph && std::string(k.nodesTag) == "granularParticleSystems") writeNodes(*sph);
     }
 
     XMLElement* connections = doc.NewElement("connections");
     root->InsertEndChild(connections);
     for (const Kind* kp : connectionKinds()) {
         const Kind& k = *kp;
-        if (std::string(k.connectionsTag) == "granularParticleSystems")
-            connections->InsertEndChild(doc.NewElement("simpleSPHParticleSystems"));
         XMLElement* list = doc.NewElement(k.connectionsTag);
         connections->InsertEndChild(list);
         int n = 0;
@@ -286,10 +299,6 @@ int load(Simulation& s, const std::string& path)
             applyParameters(e, s.globalSettings->params);
         }
     }
-    if (const XMLElement* list = nodes->FirstChildElement("SPHParticleSystems")) {
-        for (const XMLElement* e = list->FirstChildElement(); e; e = e->NextSiblingElement())
-            std::printf("* skipping \"%s\": SPH systems are not part of this build yet\n", e->Name());
-    }
     for (const Kind& k : kinds()) {
         const XMLElement* list = nodes->FirstChildElement(k.nodesTag);
         for (const XMLElement* e = list ? list->FirstChildElement() : nullptr; e; e = e->NextSiblingElement()) {
@@ -299,6 +308,8 @@ int load(Simulation& s, const std::string& path)
             applyParameters(e, o->params);
             if (o->id >= 0 && size_t(o->id) < s.namesById.size()) s.namesById[size_t(o->id)] = o->name;
             tagToName[e->Name()] = o->name;
+            // What the file held decides the derived sizes at once.
+            if (auto* sphSystem = dynamic_cast<SimpleSPHParticleSystem*>(o)) sphSystem->updateDerivedFields();
             if (auto* object = dynamic_cast<Object*>(o))
                 if (!object->filePath.empty()) object->loadGeometry(object->filePath, simState ? simState->frameF : 0.f);
         }

@@ -11,9 +11,14 @@
 #include "nodes/attribtransfernode.h"
 #include "nodes/calcvelocitynode.h"
 #include "nodes/colorbyvelnode.h"
+#include "nodes/collideclassicnode.h"
+#include "nodes/exportsystemnode.h"
+#include "nodes/importsystemnode.h"
 #include "nodes/meshcurvaturenode.h"
 #include "nodes/normalsnode.h"
 #include "nodes/gridnode.h"
+#include "nodes/granularoriginnode.h"
+#include "nodes/granularsolvernode.h"
 #include "nodes/linenode.h"
 #include "nodes/mergenode.h"
 #include "nodes/pointdeletenode.h"
@@ -31,6 +36,8 @@
 #include "nodes/copynode.h"
 #include "nodes/deformnode.h"
 #include "nodes/trailnode.h"
+#include "nodes/sphoriginnode.h"
+#include "nodes/sphsolvernode.h"
 #include "nodes/timeshiftnode.h"
 #include "nodes/cameranode.h"
 #include "nodes/projectnode.h"
@@ -51,6 +58,17 @@
 #include "nodes/volumescalenode.h"
 #include "nodes/volumetilesnode.h"
 #include "nodes/volumetomeshnode.h"
+#include "nodes/gravitynode.h"
+#include "nodes/makedynamicnode.h"
+#include "nodes/enddynamicnode.h"
+#include "nodes/originnode.h"
+#include "nodes/clonenode.h"
+#include "nodes/dustemitnode.h"
+#include "nodes/particleburstnode.h"
+#include "nodes/particleemitnode.h"
+#include "nodes/emitnode.h"
+#include "nodes/collidenode.h"
+#include "nodes/forcenode.h"
 
 #include <map>
 
@@ -76,9 +94,14 @@ const std::map<std::string, NodeMaker>& table()
         {"attrib-transfer", &make<AttribTransferNode>},
         {"calc-velocity", &make<CalcVelocityNode>},
         {"color-by-vel", &make<ColorByVelNode>},
+        {"collide-classic", &make<CollideClassicNode>},
+        {"export-system", &make<ExportSystemNode>},
+        {"import-system", &make<ImportSystemNode>},
         {"mesh-curvature", &make<MeshCurvatureNode>},
         {"normals", &make<NormalsNode>},
         {"grid", &make<GridNode>},
+        {"granular-origin", &make<GranularOriginNode>},
+        {"granular-solver", &make<GranularSolverNode>},
         {"line", &make<LineNode>},
         {"merge", &make<MergeNode>},
         {"point", &make<PointNode>},
@@ -95,6 +118,8 @@ const std::map<std::string, NodeMaker>& table()
         {"copy", &make<CopyNode>},
         {"deform", &make<DeformNode>},
         {"trail", &make<TrailNode>},
+        {"sph-origin", &make<SPHOriginNode>},
+        {"sph-solver", &make<SPHSolverNode>},
         {"timeshift", &make<TimeshiftNode>},
         {"camera", &make<CameraNode>},
         {"project", &make<ProjectNode>},
@@ -117,6 +142,17 @@ const std::map<std::string, NodeMaker>& table()
         {"volume-to-mesh", &make<VolumeToMeshNode>},
         {"volume-union", &make<VolumeUnionNode>},
         {"voldomain", &make<VolDomainNode>},
+        {"gravity", &make<GravityNode>},
+        {"make-dynamic", &make<MakeDynamicNode>},
+        {"end-dynamic", &make<EndDynamicNode>},
+        {"origin", &make<OriginNode>},
+        {"clone", &make<CloneNode>},
+        {"dust-emit", &make<DustEmitNode>},
+        {"particle-burst", &make<ParticleBurstNode>},
+        {"particle-emit", &make<ParticleEmitNode>},
+        {"emit", &make<EmitNode>},
+        {"collide", &make<CollideNode>},
+        {"force", &make<ForceNode>},
     };
     return t;
 }

@@ -186,7 +186,7 @@ void PartPass::particle(size_t i, SdfSampler& sdf) const
             if (w > 0.9999f && !asleep && view.posPrev) P[i] = view.posPrev[i] + v[i] * view.dt;
         }
     }
-    if (d >= view.radius) return;
+    if (d >= (view.contactDist ? view.contactDist[i] : view.radius)) return;
     respond(i, d, n, surface);
 }
 
@@ -205,7 +205,7 @@ void PartPass::respond(size_t i, float d, const Vec4f& n, const Vec4f& surface) 
         if (d > 0.f) return;
         P[i] -= n * d;
     } else {
-        P[i] += n * (view.radius - d);
+        P[i] += n * ((view.contactDist ? view.contactDist[i] : view.radius) - d);
     }
     if (view.sleeping && view.sleeping->get(i)) return;
 

@@ -21,6 +21,9 @@ struct CollideView {
     float* restingTime = nullptr;
     float* stick = nullptr;           // the stick weight map
     PointData* points = nullptr;      // where per-collider channels are made; null: none
+    // Per-particle contact distance (push-out target), by particle index; null: `radius` for
+    // all. `radius` must then be at least the largest entry.
+    const float* contactDist = nullptr;
     float radius = 0.05f;
     float mass = 0.001f;
     float gravityY = -9.81f;

@@ -13,6 +13,7 @@
 #include "particles/objectsdf.h"
 #include "particles/sdfsampler.h"
 #include "particles/source.h"
+#include "particles/trianglesamples.h"
 #include "particles/xform.h"
 
 #include <cmath>
@@ -60,11 +61,6 @@ inline Frame sourceFrame(const Source& s, float e)
 inline Frame partFrame(const Source& s, const ObjectMesh& mesh, float e)
 {
     return makeFrame(xform::fromDoubles(mesh.xform[0]), xform::fromDoubles(mesh.xform[1]), s, e);
-}
-
-inline double fract(double x)
-{
-    return x - std::floor(x);
 }
 
 // Lattice points k with lo + k * step below hi (below or at hi when `inclusive`).
@@ -140,7 +136,7 @@ public:
 
     void fromMesh(const Object& object)
     {
-        const double seed = double((int64_t(simState->frameF * 0.25f) % 10) * 2345);
+        const double seed = emission::meshSampleSeed(simState->frameF);
         for (const auto& part : object.meshes) {
             if (!part) continue;
             const ObjectMesh& mesh = *part;
@@ -151,10 +147,7 @@ public:
                 const Vec4f* v[3];
                 if (!corners(mesh, mesh.triangles[t], v)) continue;
                 const double area = 0.5 * double((*v[1] - *v[0]).cross3(*v[2] - *v[0]).length3());
-                const double share = area * 14.0 / double(f.step.x);
-                if (!std::isfinite(share)) continue;
-                counts[t] = share >= 1.0 ? int64_t(std::min(share, 1e12)) : 0;
-                if (counts[t] == 0 && share > emission::fract(double(t) * 0.7548776662466927 + 0.5)) counts[t] = 1;
+                counts[t] = emission::triangleSampleCount(area, double(f.step.x), t);
                 total += double(counts[t]);
             }
             if (!emission::withinBudget(total)) continue;
@@ -164,14 +157,8 @@ public:
                 const Vec4f* v[3];
                 if (counts[t] == 0 || !corners(mesh, tri, v)) continue;
                 for (int64_t s = 0; s < counts[t]; ++s) {
-                    const double q = seed + double(s);
-                    float a = float(emission::fract(q * 0.5698402909980532 + 0.5));
-                    float b = float(emission::fract(q * 0.7548776662466927 + 0.5));
-                    if (a + b >= 1.f) {
-                        a = 1.f - a;
-                        b = 1.f - b;
-                    }
-                    const float w[3] = {b, a, 1.f - a - b};
+                    float w[3];
+                    emission::triangleSampleWeights(seed, s, w);
                     const Vec4f p = *v[0] * w[0] + *v[1] * w[1] + *v[2] * w[2];
                     Vec4f dir = base;
                     if (source_.meshNormalEmission) {

@@ -15,6 +15,8 @@
 #include <cstdio>
 #include <vector>
 
+#include <omp.h>
+
 namespace {
 
 // maxConstraintLength above this turns creation, relink and the constraint pass on.
@@ -119,7 +121,7 @@ void GranularParticleSystem::createConstraints(int firstIndex)
     // The whole system is hashed, as new particles link to old ones too.
     const Vec4f* P = ch.P->data();
     linkHash.cellSize = reach;
-    linkHash.dt = simState->dt;
+    linkHash.dt = solveDt();
     buildParticleHash(P, n, linkHash, linkKeys, linkOrder, linkCellStart, linkCellEnd, threads);
     const CellHasher hasher(linkHash);
     const uint32_t* cellFirst = linkCellStart.data();
@@ -239,7 +241,7 @@ void GranularParticleSystem::constraintPass(uint32_t k, uint32_t i)
 
     const size_t n = particleCount();
     const float r = particleRadius;
-    const float dt = simState->dt;
+    const float dt = solveDt();
     const float gain = dt / float(iterations) * constraintStiffness; // h * stiffness
     const float dvScale = (1.f - slushiness) / dt;
     const float epsilon = r * kDistanceEpsilon;
@@ -249,6 +251,14 @@ void GranularParticleSystem::constraintPass(uint32_t k, uint32_t i)
     const float* stretchOf = ch.maxStretch && ch.maxStretch->size() == n ? ch.maxStretch->data() : nullptr;
     // A particle with one or two neighbours is a strand: with removeStrands it lets go.
     const size_t around = (*ch.neighbs)[k].size();
+    // The solver node on a Body with primitives keeps broken links for its tear step.
+    std::vector<std::vector<std::pair<int, int>>>* tears =
+        nodeForm.on && nodeForm.tearLists && !nodeForm.tearLists->empty() ? nodeForm.tearLists : nullptr;
+    // A broken link kept for the tear step goes on this thread's list once, from its lower end.
+    auto keepForTear = [&](int32_t j) {
+        if (nodeForm.firstIteration && int32_t(i) < j)
+            (*tears)[size_t(omp_get_thread_num()) % tears->size()].emplace_back(int(i), int(j));
+    };
     const bool strand = removeStrands && (around == 1 || around == 2);
     // Partners this thread may touch: at the start of the substep no farther than the reach
     // the column width guarantees. A link beyond it breaks without touching the partner.
@@ -284,6 +294,11 @@ void GranularParticleSystem::constraintPass(uint32_t k, uint32_t i)
         }
         const Vec4f apart = P[j] - start;
         if (!(apart.dot3(apart) <= safeReach2)) {
+            if (tears) {
+                keepForTear(j);
+                ++e;
+                continue;
+            }
             removeEntry(list, rests, e);
             changed = true;
             continue;
@@ -307,6 +322,12 @@ void GranularParticleSystem::constraintPass(uint32_t k, uint32_t i)
             // Both leave with their mean velocity; the partner's own entry breaks in its own pass.
             vk = (vk + vel[m]) * 0.5f;
             vel[m] = vk;
+            if (tears) {
+                // Kept for the tear step, which cuts the primitives along it first.
+                keepForTear(j);
+                ++e;
+                continue;
+            }
             removeEntry(list, rests, e);
             changed = true;
             continue;

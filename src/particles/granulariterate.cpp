@@ -41,6 +41,12 @@ struct RelaxContext {
     float constrainedRel2, attractionFull, attractionBand, attractionScaled, mass, groundKeep, groundBounce;
     float wakeSpeed, unstickSpeed, sleepSpeed, sleepDelay;
     float dvScale;  // (1 - slushiness) / dt: velocity change per unit of correction
+    // The solver node's differences (GranularParticleSystem::NodeForm); off for a system.
+    bool stackHelp;
+    const float* pinned;
+    const Vec4f* pinnedPos;
+    const Vec4f* normals;
+    float inflateStep;  // inflate * dt / iterations
     // The pruned lists (see granularparticlesystem.h), when the last search left them.
     bool pruned;
     float pruneReach2, drift2;
@@ -98,7 +104,12 @@ inline bool relaxPair(const RelaxContext& c, uint32_t i, uint32_t n, bool constr
     const bool touching = dist < c.twoR;
     contacts += touching;
     const Lanes push = _mm_mul_ps(_mm_max_ps(_mm_sub_ps(splat(c.twoR), d), _mm_setzero_ps()), splat(c.hStiffness));
-    const Lanes corr = _mm_mul_ps(along, push);
+    Lanes corr = _mm_mul_ps(along, push);
+    if (c.stackHelp) {
+        // The vertical part stays, the horizontal part shrinks as the pair stands upright.
+        const float keep = 1.f - std::fabs(lane0(_mm_shuffle_ps(along, along, _MM_SHUFFLE(1, 1, 1, 1))));
+        corr = _mm_mul_ps(corr, _mm_set_ps(keep, keep, 1.f, keep));
+    }
     pk = _mm_add_ps(pk, corr);
     pn = _mm_sub_ps(pn, corr);
     store(c.pos[n], pn);
@@ -175,7 +186,14 @@ inline bool relaxPair(const RelaxContext& c, uint32_t i, uint32_t n, bool constr
     const bool touching = d < c.twoR;
     if (touching) {
         ++contacts;
-        const Vec4f corr = dir * ((c.twoR - d) * c.hStiffness);
+        Vec4f corr = dir * ((c.twoR - d) * c.hStiffness);
+        if (c.stackHelp) {
+            // The vertical part stays, the horizontal part shrinks as the pair stands upright.
+            const float keep = 1.f - std::fabs(dir.y);
+            corr.x *= keep;
+            corr.z *= keep;
+            corr.w *= keep;
+        }
         pk += corr;
         c.pos[n] -= corr;
         const Vec4f dv = corr * c.dvScale;
@@ -292,6 +310,9 @@ inline void relaxSlot(const RelaxContext& c, uint32_t k)
         return;
     }
     const bool constrained = c.constraintsOn && (flags & GranularParticleSystem::kFlagConstrained);
+    const bool pinned = c.pinned && c.pinned[i] > 0.5f;
+    if (pinned) c.pos[k] = c.pinnedPos[i];
+    if (c.normals) c.vel[k] += c.normals[i] * c.inflateStep;
 
     Lanes pk = lanesOf(c.pos[k]);
     Lanes vk = lanesOf(c.vel[k]);
@@ -329,6 +350,7 @@ inline void relaxSlot(const RelaxContext& c, uint32_t k)
         v.z *= c.groundKeep;
         if (v.y < 0.f) v.y = -c.groundBounce * v.y;
     }
+    if (pinned) c.pos[k] = c.pinnedPos[i];
     // The constraints and the ground may have moved it further.
     if (c.pruned && drifted(c, k, lanesOf(c.pos[k]))) __atomic_store_n(c.prunedStale, true, __ATOMIC_RELAXED);
 }
@@ -338,19 +360,22 @@ inline void relaxSlot(const RelaxContext& c, uint32_t k)
 void GranularParticleSystem::iterate(int iteration)
 {
     const float r = particleRadius;
-    const float dt = simState->dt;
+    const float dt = solveDt();
     const float h = dt / float(iterations);
+    const bool node = nodeForm.on;
+    nodeForm.firstIteration = iteration == 0;
     RelaxContext c;
     c.system = this;
     c.first = iteration == 0;
     c.sleepingOn = enableSleeping;
     c.sleepersMove = allowSleepingToMove;
-    c.collideGround = simState->collideGround;
+    c.collideGround = !node && simState->collideGround;  // the node form has no ground step
     c.constraintsOn = maxConstraintLength > 0.f;
     c.attractionOn = attraction != 0.f;
     c.r = r;
     c.twoR = 2.f * r;
-    c.cutoff = ch.maxStretch ? 2.f * r : kPairReach * r;  // with maxStretch, pairs act only while touching
+    // With maxStretch, and in the node form, pairs act only while they touch.
+    c.cutoff = ch.maxStretch || node ? 2.f * r : kPairReach * r;
     c.cutoff2 = c.cutoff * c.cutoff * kPreTestSlack;
     c.epsilon = r * kDistanceEpsilon;
     c.dt = dt;
@@ -358,6 +383,12 @@ void GranularParticleSystem::iterate(int iteration)
     c.dvScale = dt > 0.f ? (1.f - slushiness) / dt : 0.f;  // a zero step moves nothing
     c.staticShare = kFrictionShare;
     c.dynamicShare = kFrictionShare * std::min(friction * dt / float(iterations), 1.f);
+    if (node) c.staticShare = c.dynamicShare = friction * dt / float(iterations);  // one share, unclamped
+    c.stackHelp = node && nodeForm.stackHelp;
+    c.pinned = node && nodeForm.pinnedPos ? nodeForm.pinned : nullptr;
+    c.pinnedPos = nodeForm.pinnedPos;
+    c.normals = node && nodeForm.inflate != 0.f ? nodeForm.normals : nullptr;
+    c.inflateStep = nodeForm.inflate * dt / float(iterations);
     c.constrainedRel2 = kConstrainedFrictionRel2 * r;
     c.attractionFull = kAttractionFull * r;
     c.attractionBand = (kAttractionNone - kAttractionFull) * r;

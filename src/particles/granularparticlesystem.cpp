@@ -36,6 +36,11 @@ GranularParticleSystem::~GranularParticleSystem()
     releaseDeviceState();
 }
 
+float GranularParticleSystem::solveDt() const
+{
+    return nodeForm.on ? nodeForm.dt : simState->dt;
+}
+
 void GranularParticleSystem::updateDerivedFields()
 {
     particleSpacing = 1.f / resolution;

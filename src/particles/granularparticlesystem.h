@@ -13,6 +13,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 class GranularParticleSystem : public SceneObject, public ObjectLinks {
@@ -134,6 +135,29 @@ public:
     // Inside the iteration, after particle i (at slot k) has met its neighbours.
     void constraintPass(uint32_t k, uint32_t i);
     void integrate();
+
+    // How the graph's solver node (GranularSolverNode) runs the neighbour search, the
+    // iteration pass and the constraint pass through this system: its step length, and the
+    // points in which its iteration differs. A classic system keeps `on` false and with it
+    // every pass exactly as described above.
+    struct NodeForm {
+        bool on = false;
+        float dt = 0.f;             // the cook's step, in place of SimState's substep
+        bool stackHelp = false;     // split the push against the vertical axis
+        // Read when present: points with pinned > 0.5 stay at pinnedPos.
+        const float* pinned = nullptr;
+        const Vec4f* pinnedPos = nullptr;
+        // Inflation: velocity += inflate * N * dt / iterations, while N is set.
+        const Vec4f* normals = nullptr;
+        float inflate = 0.f;
+        // Bodies with primitives keep a broken constraint: in the first iteration the pair
+        // (i, j), i < j, goes on the list of the thread that found it.
+        std::vector<std::vector<std::pair<int, int>>>* tearLists = nullptr;
+        bool firstIteration = false;
+    };
+    NodeForm nodeForm;
+    // The step length the solve passes use.
+    float solveDt() const;
 
     // --- Parameters, in table order (granularparams.cpp)
 
