@@ -61,10 +61,26 @@ demo() {
   local piles
   piles=$(find "$out/mesh" -maxdepth 1 -name 'pile.*.obj' -type f 2>/dev/null | wc -l)
   echo
+  echo "Simulating scenes/sph_dambreak.qrv headless (a column of SPH fluid released in a tank)..."
+  rm -rf "$out/sph"
+  "$BUILD_DIR/src/qorva" --sim --headless --cachepath "$out/sph" "$ROOT/scenes/sph_dambreak.qrv" \
+    | grep -v -e '^solved step$' -e '^  writing to '
+  local fluid
+  fluid=$(find "$out/sph" -maxdepth 1 -name '*.bin' -type f 2>/dev/null | wc -l)
+  echo
+  echo "Simulating scenes/graph_granular.qrv headless (grains poured by a node graph, meshed per frame)..."
+  rm -rf "$out/graph_granular"
+  "$BUILD_DIR/src/qorva" --sim --headless "$ROOT/scenes/graph_granular.qrv" \
+    | grep -v -e '^solved step$' -e 'preparing to write frame'
+  local grains
+  grains=$(find "$out/graph_granular" -maxdepth 1 -name 'pile.*.obj' -type f 2>/dev/null | wc -l)
+  echo
   echo "Demo finished."
   echo "  particle caches: $out ($files .bin files, one per frame and system)"
   echo "  graph meshes:    $out/graph ($meshes .obj files, one per frame)"
   echo "  sand surface:    $out/mesh ($piles pile.####.obj files, one per frame)"
+  echo "  SPH dam break:   $out/sph ($fluid .bin files, one per frame)"
+  echo "  graph granular:  $out/graph_granular ($grains pile.####.obj files, one per frame)"
 }
 
 run_tests() {

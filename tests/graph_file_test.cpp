@@ -283,3 +283,23 @@ TEST_F(GraphFileTest, CopyWritesOnlyWiresAmongTheChosenAndPastesStepAway)
 }
 
 } // namespace
+
+TEST_F(GraphFileTest, AWireLeavesFromTheOutputWhenAnInputSharesItsName)
+{
+    // Granular-Solver has an input and an output both named "Dynamic-Particles".
+    const std::string file =
+        "<Qorva_ng><nodes>"
+        "<granular-solver><params nodeName=\"s\"/><ui_params/><node_state/></granular-solver>"
+        "<null><params nodeName=\"n\"/><ui_params/><node_state/></null>"
+        "</nodes><wires>"
+        "<wire from_nodeName=\"s\" to_nodeName=\"n\" from_plugName=\"Dynamic-Particles\" to_plugName=\"Input\" "
+        "from_plugIdx=\"0\" to_plugIdx=\"0\"/>"
+        "</wires></Qorva_ng>";
+    ASSERT_EQ(quietLoad(file), 0);
+    BaseNode* s = nodeMaster->findByName("s");
+    BaseNode* n = nodeMaster->findByName("n");
+    ASSERT_TRUE(s && n);
+    EXPECT_EQ(s->outputPlug(0)->connections.size(), 1u);
+    EXPECT_EQ(n->inputPlug(0)->connections.size(), 1u);
+    EXPECT_TRUE(s->inputPlug(0)->connections.empty());
+}

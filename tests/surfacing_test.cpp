@@ -8,6 +8,7 @@
 #include "nodes/levelsetops.h"
 #include "nodes/meshernode.h"
 #include "particles/dumbparticlesystem.h"
+#include "scenerun.h"
 
 #include <openvdb/openvdb.h>
 
@@ -388,23 +389,39 @@ TEST(SandMeshScene, HeadlessRunMeshesTheRunningSystem)
     const fs::path dir = fs::temp_directory_path() / ("qorva_sandmesh_" + std::to_string(getpid()));
     fs::remove_all(dir);
     fs::create_directories(dir);
-    // The shipped scene, with its Mesher writing into the test's folder.
-    std::ifstream in(std::string(QORVA_SOURCE_DIR) + "/scenes/sand_mesh.qrv");
-    std::string text((std::istreambuf_iterator<char>(in)), {});
-    const std::string from = "$SCENEFOLDER/../out/demo/mesh/";
-    const size_t at = text.find(from);
-    ASSERT_NE(at, std::string::npos);
-    text.replace(at, from.size(), "$SCENEFOLDER/mesh/");
-    std::ofstream(dir / "scene.qrv") << text;
-    const std::string cmd = "cd /tmp && env -u DISPLAY timeout 300 " + std::string(QORVA_BINARY) +
-                            " --sim --headless --numthreads 2 --endframe 12 --cachepath " +
-                            (dir / "caches").string() + " " + (dir / "scene.qrv").string() + " > " +
-                            (dir / "log").string() + " 2>&1";
-    const int status = std::system(cmd.c_str());
-    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    ASSERT_TRUE(runSceneCopy("sand_mesh.qrv", {{"$SCENEFOLDER/../out/demo/mesh/", "$SCENEFOLDER/mesh/"},
+                                               {"$SCENEFOLDER/../geo/", QORVA_SOURCE_DIR "/geo/"}},
+                             dir, 12));
     auto body = std::make_shared<Body>();
     ASSERT_EQ(fileio::read((dir / "mesh" / "pile.0012.obj").string(), body), 0);
     EXPECT_GT(body->points->size(), 100u);
     EXPECT_GT(body->prims->size(), 100u);
+    fs::remove_all(dir);
+}
+
+// The graph form of a granular pour: Granular-Origin, Particle-Emit from a plane, Gravity,
+// Collide with the ramp and the floor OBJs, Granular-Solver, End-Dynamic and a Mesher.
+TEST(GraphGranularScene, HeadlessRunPoursAndMeshesAPile)
+{
+    const fs::path dir = fs::temp_directory_path() / ("qorva_graphgranular_" + std::to_string(getpid()));
+    fs::remove_all(dir);
+    fs::create_directories(dir);
+    ASSERT_TRUE(runSceneCopy("graph_granular.qrv",
+                             {{"$SCENEFOLDER/../out/demo/graph_granular/", "$SCENEFOLDER/mesh/"},
+                              {"$SCENEFOLDER/../geo/", QORVA_SOURCE_DIR "/geo/"}},
+                             dir, 16));
+    size_t previous = 0;
+    for (int f : {8, 16}) {
+        char name[32];
+        std::snprintf(name, sizeof(name), "pile.%04d.obj", f);
+        auto body = std::make_shared<Body>();
+        ASSERT_EQ(fileio::read((dir / "mesh" / name).string(), body), 0) << name;
+        EXPECT_GT(body->points->size(), previous) << "the pour grows";
+        previous = body->points->size();
+        Vec4f lo, hi;
+        body->getBounds(lo, hi);
+        EXPECT_LT(hi.y, 2.6f);
+        EXPECT_GT(lo.y, -0.05f) << "nothing falls through the floor";
+    }
     fs::remove_all(dir);
 }

@@ -221,11 +221,13 @@ int NodeMaster::loadGraph(const std::string& path, std::vector<BaseNode*>& creat
         }
         const int fromIdx = w->IntAttribute("from_plugIdx", -1);
         const int toIdx = w->IntAttribute("to_plugIdx", -1);
+        // A wire runs from an output to an input; a name that finds a plug of the other
+        // direction (a node may have an input and an output of one name) falls back to the index.
         Plug* pa = from->findPlug(fromPlug, false);
-        if (!pa) pa = from->outputPlug(fromIdx);
+        if (!pa || pa->isInput()) pa = from->outputPlug(fromIdx) ? from->outputPlug(fromIdx) : pa;
         if (!pa) pa = from->inputPlug(fromIdx);
         Plug* pb = to->findPlug(toPlug, false);
-        if (!pb) pb = to->inputPlug(toIdx);
+        if (!pb || !pb->isInput()) pb = to->inputPlug(toIdx) ? to->inputPlug(toIdx) : pb;
         if (!pb) pb = to->outputPlug(toIdx);
         if (!pa || !pb) {
             std::printf("load: can't find plug named %s on node %s.\n", pa ? toPlug : fromPlug,

@@ -10,6 +10,7 @@
 #include "particles/xform.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 
@@ -108,6 +109,13 @@ bool CollideNode::updateFileCollider(bool& moving, Mat4f& motion)
         }
         m = inv;
     }
+    // A collider that hasn't moved and whose volume settings stand keeps its volume.
+    const std::array<float, 6> settings = {voxelSize, sdfOuterBand, sdfInnerBand, sdfPushOut,
+                                           invert ? 1.f : 0.f, volVelocityScale};
+    if (sdfBody && haveLastMatrix && m == lastMatrix && settings == lastSettings) {
+        lastTime = time;
+        return true;
+    }
     Body moved(*loaded);
     PointData& pd = *moved.points;
     const bool velFromMatrix = calcVelFromAnims && haveLastMatrix && time != lastTime;
@@ -152,6 +160,7 @@ bool CollideNode::updateFileCollider(bool& moving, Mat4f& motion)
         return false;
     }
     sdfBody = out;
+    lastSettings = settings;
     lastMatrix = m;
     lastTime = time;
     haveLastMatrix = true;

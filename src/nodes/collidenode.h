@@ -5,6 +5,8 @@
 
 #include "graph/geonode.h"
 
+#include <array>
+
 #include <string>
 
 class CollideNode : public GeoNode {
@@ -51,6 +53,7 @@ public:
     Mat4f lastMatrix;
     float lastTime = 0.f;
     bool haveLastMatrix = false;
+    std::array<float, 6> lastSettings{}; // volume settings the kept volume was made with
 
 private:
     // Reads, moves and rasterises the file collider when needed; false without one.
