@@ -40,6 +40,17 @@ inline const PointExpression* perPointProgram(Parameter* row, const BodyPtr& bod
 }
 
 // One step of a held particle Body: v += force / 0.014 * dt * forceScale where there is a
+// A new dynamic Body with the particle channels v, Cd and age, as the origins start it.
+inline BodyPtr newParticleBody()
+{
+    auto body = std::make_shared<Body>();
+    body->isDynamic = true;
+    body->points->addAttrib("v", ATTRIB_VELOCITY);
+    body->points->addAttrib("Cd", ATTRIB_COLOR);
+    body->points->addAttrib("age", ATTRIB_FLOAT);
+    return body;
+}
+
 // `force` channel, P += v * dt, age += dt where there is an `age` channel.
 inline void advanceParticles(Body& body, float dt, float forceScale)
 {

@@ -36,11 +36,7 @@ void OriginNode::process(BodyPtr& result, const CookCaller& c)
         return;
     }
     if (!held) {
-        held = std::make_shared<Body>();
-        held->isDynamic = true;
-        held->points->addAttrib("v", ATTRIB_VELOCITY);
-        held->points->addAttrib("Cd", ATTRIB_COLOR);
-        held->points->addAttrib("age", ATTRIB_FLOAT);
+        held = dynamicnodes::newParticleBody();
     } else if (enabled) {
         dynamicnodes::advanceParticles(*held, graphDt(), forceScale);
     }

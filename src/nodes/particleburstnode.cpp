@@ -71,11 +71,7 @@ void ParticleBurstNode::process(BodyPtr& result, const CookCaller& c)
         return;
     }
     if (!held) {
-        held = std::make_shared<Body>();
-        held->isDynamic = true;
-        held->points->addAttrib("v", ATTRIB_VELOCITY);
-        held->points->addAttrib("Cd", ATTRIB_COLOR);
-        held->points->addAttrib("age", ATTRIB_FLOAT);
+        held = dynamicnodes::newParticleBody();
     }
     dynamicnodes::advanceParticles(*held, graphDt(), 1.f);
     if (enabled) {
