@@ -2,6 +2,7 @@
 // sphere mesh's distance grid (particle-substeps per second), and mesh to SDF for a
 // 100k-triangle sphere at two voxel sizes, ours (checks, estimate, closest-triangle grid,
 // no velocity grid for a static mesh) against the bare meshToVolume call on the same data.
+#include "benchenv.h"
 #include "app/globals.h"
 #include "app/simstate.h"
 #include "app/simulation.h"
@@ -26,13 +27,7 @@ namespace {
 
 void ensureRecords()
 {
-    if (simState) return;
-    initVersion();
-    simState = new SimState();
-    simState->headless = true;
-    simState->numThreads = omp_get_max_threads();
-    simulation = new Simulation();
-    simState->dt = 1.f / (8.f * 24.f);
+    ensureBenchRecords();
     simState->collideGround = false;
 }
 

@@ -2,6 +2,7 @@
 // radial, with three octaves of noise, as wind), in particle-substeps per second; and the
 // whole granular substep at 100k particles with constraints off and on, side by side.
 // Piles are lattices at spacing 2r on the ground, built directly rather than simulated.
+#include "benchenv.h"
 #include "app/globals.h"
 #include "app/simstate.h"
 #include "app/simulation.h"
@@ -21,14 +22,7 @@ constexpr int kWarmupSubsteps = 3;
 
 void ensureRecords()
 {
-    if (simState) return;
-    initVersion();
-    simState = new SimState();
-    simState->headless = true;
-    simState->numThreads = omp_get_max_threads();
-    simulation = new Simulation();
-    simState->dt = 1.f / (8.f * 24.f);
-    simState->collideGround = true;
+    ensureBenchRecords();
 }
 
 // nx * ny * nz particles at spacing 2r, the lowest layer resting on the ground.

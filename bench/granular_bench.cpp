@@ -3,6 +3,7 @@
 // integration pass's effective bandwidth against a plain copy of the arrays it touches.
 // The pile is built directly as a lattice at spacing 2r on the ground: simulating 1M
 // particles into a rest state would take far longer than the measurement.
+#include "benchenv.h"
 #include "app/globals.h"
 #include "app/simstate.h"
 #include "app/simulation.h"
@@ -28,14 +29,7 @@ constexpr int kWarmupSubsteps = 3;
 
 void ensureRecords()
 {
-    if (simState) return;
-    initVersion();
-    simState = new SimState();
-    simState->headless = true;
-    simState->numThreads = omp_get_max_threads();
-    simulation = new Simulation();
-    simState->dt = 1.f / (8.f * 24.f);
-    simState->collideGround = true;
+    ensureBenchRecords();
 }
 
 // nx * ny * nz particles at spacing 2r, the lowest layer resting on the ground. Without

@@ -2,6 +2,7 @@
 // the same run: one node solve (its `iterations` over the step) against one classic substep
 // with the same iterations. The node form has no substeps, so a node cook compares with a
 // classic step. Both run contacts alone (no constraints) on a lattice pile at spacing 2r.
+#include "benchenv.h"
 #include "app/globals.h"
 #include "app/simstate.h"
 #include "app/simulation.h"
@@ -21,14 +22,7 @@ using Clock = std::chrono::steady_clock;
 
 void ensureRecords()
 {
-    if (simState) return;
-    initVersion();
-    simState = new SimState();
-    simState->headless = true;
-    simState->numThreads = omp_get_max_threads();
-    simulation = new Simulation();
-    simState->dt = 1.f / (8.f * 24.f);
-    simState->collideGround = true;
+    ensureBenchRecords();
 }
 
 double millisecondsSince(Clock::time_point start)

@@ -1,6 +1,7 @@
 // The cost of the cook itself: a chain of cheap nodes recooked every frame (microseconds
 // per node per cook, the node_cook_s counter), and a million points through a Transform and a per-point
 // expression (points per second).
+#include "benchenv.h"
 #include "app/globals.h"
 #include "app/globalsettings.h"
 #include "app/simstate.h"
@@ -17,16 +18,8 @@ namespace {
 
 void ensureRecords()
 {
-    if (simState) return;
-    initVersion();
-    simState = new SimState();
-    simState->headless = true;
+    ensureBenchRecords(true);
     simState->paused = false;
-    simState->numThreads = omp_get_max_threads();
-    simulation = new Simulation();
-    nodeMaster = new NodeMaster();
-    simulation->nodeMaster = nodeMaster;
-    simulation->createGlobalSettings();
 }
 
 // A time-dependent source of `count` points, so every node below it cooks each frame.

@@ -1,5 +1,6 @@
 // Parameter evaluation (what every cook pays per row), point formulas over a Body, and a
 // whole empty-scene run of the solver loop.
+#include "benchenv.h"
 #include "app/globals.h"
 #include "app/globalsettings.h"
 #include "app/simstate.h"
@@ -25,15 +26,7 @@ namespace {
 
 void ensureRecords()
 {
-    if (simState) return;
-    initVersion();
-    simState = new SimState();
-    simState->headless = true;
-    simState->numThreads = omp_get_max_threads();
-    simulation = new Simulation();
-    nodeMaster = new NodeMaster();
-    simulation->nodeMaster = nodeMaster;
-    simulation->createGlobalSettings();
+    ensureBenchRecords(true);
 }
 
 // Standard output to /dev/null while a noisy run is measured.

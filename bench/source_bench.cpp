@@ -1,6 +1,7 @@
 // Source throughput: one emission of 1M particles from a mesh volume (a 10-unit cube on
 // a lattice of 0.1) into an empty granular system, with and without the free-space test
 // (particles per second), and a plane layer of 250k particles for comparison.
+#include "benchenv.h"
 #include "app/globals.h"
 #include "app/simstate.h"
 #include "app/simulation.h"
@@ -17,13 +18,7 @@ namespace {
 
 void ensureRecords()
 {
-    if (simState) return;
-    initVersion();
-    simState = new SimState();
-    simState->headless = true;
-    simState->numThreads = omp_get_max_threads();
-    simulation = new Simulation();
-    simState->dt = 1.f / (8.f * 24.f);
+    ensureBenchRecords();
 }
 
 // The closed box lo..hi: 8 corners, 12 triangles.
