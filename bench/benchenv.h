@@ -9,7 +9,11 @@
 #include "app/simulation.h"
 #include "graph/nodemaster.h"
 
+#include <benchmark/benchmark.h>
 #include <omp.h>
+
+#include <chrono>
+#include <map>
 
 inline void ensureBenchRecords(bool withGraph = false)
 {
@@ -28,3 +32,29 @@ inline void ensureBenchRecords(bool withGraph = false)
         simulation->createGlobalSettings();
     }
 }
+
+using Clock = std::chrono::steady_clock;
+
+inline double millisecondsSince(Clock::time_point start)
+{
+    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+// Wall time of the named phases of a benchmark loop, summed over its iterations and
+// reported as one counter per phase (milliseconds per iteration).
+class PhaseTimes {
+public:
+    template <class F> void time(const char* name, F&& work)
+    {
+        const Clock::time_point start = Clock::now();
+        work();
+        ms[name] += millisecondsSince(start);
+    }
+    void report(benchmark::State& state) const
+    {
+        for (const auto& [name, total] : ms) state.counters[name] = total / double(state.iterations());
+    }
+
+private:
+    std::map<const char*, double> ms;
+};

@@ -22,8 +22,6 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 // Substeps run before measuring: the first one sizes every neighbour list.
 constexpr int kWarmupSubsteps = 3;
 
@@ -63,11 +61,6 @@ GranularParticleSystem& pile(int64_t count, bool links = true)
     return *slot;
 }
 
-double millisecondsSince(Clock::time_point start)
-{
-    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
-
 void BM_GranularSubstep(benchmark::State& state)
 {
     GranularParticleSystem& s = pile(state.range(0), state.range(1) != 0);
@@ -92,42 +85,30 @@ BENCHMARK(BM_GranularSubstep)
 void BM_GranularSubstepStages(benchmark::State& state)
 {
     GranularParticleSystem& s = pile(state.range(0), state.range(1) != 0);
-    std::map<const char*, double> ms;
+    PhaseTimes phases;
     for (auto _ : state) {
         s.updateDerivedFields();
         s.hash.cellSize = s.particleSpacing;
         s.hash.dt = simState->dt;
-        Clock::time_point t = Clock::now();
-        s.hashParticles();
-        ms["hash_ms"] += millisecondsSince(t);
-        t = Clock::now();
-        s.sortByHash();
-        ms["sort_ms"] += millisecondsSince(t);
-        t = Clock::now();
-        s.groupBlocks();
-        ms["blocks_ms"] += millisecondsSince(t);
-        t = Clock::now();
-        s.reorder();
-        ms["hash_ms"] += millisecondsSince(t);
-        t = Clock::now();
-        s.findNeighbours();
-        ms["neighbours_ms"] += millisecondsSince(t);
-        t = Clock::now();
-        s.relink();
-        s.checkNaN();
-        for (int it = 0; it < s.iterations; ++it) s.iterate(it);
-        ms["iterations_ms"] += millisecondsSince(t);
-        t = Clock::now();
-        s.integrate();
-        ms["integrate_ms"] += millisecondsSince(t);
-        t = Clock::now();
-        s.forcePass();
-        s.compact();
-        s.groundPass();
-        s.rememberParticleCount();
-        ms["passes_ms"] += millisecondsSince(t);
+        phases.time("hash_ms", [&] { s.hashParticles(); });
+        phases.time("sort_ms", [&] { s.sortByHash(); });
+        phases.time("blocks_ms", [&] { s.groupBlocks(); });
+        phases.time("hash_ms", [&] { s.reorder(); });
+        phases.time("neighbours_ms", [&] { s.findNeighbours(); });
+        phases.time("iterations_ms", [&] {
+            s.relink();
+            s.checkNaN();
+            for (int it = 0; it < s.iterations; ++it) s.iterate(it);
+        });
+        phases.time("integrate_ms", [&] { s.integrate(); });
+        phases.time("passes_ms", [&] {
+            s.forcePass();
+            s.compact();
+            s.groundPass();
+            s.rememberParticleCount();
+        });
     }
-    for (const auto& [name, total] : ms) state.counters[name] = total / double(state.iterations());
+    phases.report(state);
     state.SetItemsProcessed(int64_t(state.iterations()) * int64_t(s.particleCount()));
 }
 BENCHMARK(BM_GranularSubstepStages)

@@ -18,16 +18,9 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 void ensureRecords()
 {
     ensureBenchRecords();
-}
-
-double millisecondsSince(Clock::time_point start)
-{
-    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
 void BM_GranularSolverNodeVsClassic(benchmark::State& state)

@@ -18,8 +18,6 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 constexpr int kWarmupSubsteps = 2;
 
 void ensureRecords()
@@ -56,11 +54,6 @@ SimpleSPHParticleSystem& fluid(int64_t count)
     return *slot;
 }
 
-double millisecondsSince(Clock::time_point start)
-{
-    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
-
 void BM_SphSubstep(benchmark::State& state)
 {
     SimpleSPHParticleSystem& s = fluid(state.range(0));
@@ -79,29 +72,21 @@ BENCHMARK(BM_SphSubstep)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecon
 void BM_SphSubstepPhases(benchmark::State& state)
 {
     SimpleSPHParticleSystem& s = fluid(state.range(0));
-    std::map<const char*, double> ms;
+    PhaseTimes phases;
     for (auto _ : state) {
         s.updateDerivedFields();
-        Clock::time_point t = Clock::now();
-        s.searchNeighbours();
-        ms["hash_ms"] += millisecondsSince(t);
-        t = Clock::now();
-        s.densityPass();
-        ms["density_ms"] += millisecondsSince(t);
-        t = Clock::now();
-        s.forcePairPass();
-        ms["forces_ms"] += millisecondsSince(t);
-        t = Clock::now();
-        s.integrate();
-        ms["integrate_ms"] += millisecondsSince(t);
-        t = Clock::now();
-        s.forcePass();
-        s.compact();
-        s.groundPass();
-        s.rememberParticleCount();
-        ms["passes_ms"] += millisecondsSince(t);
+        phases.time("hash_ms", [&] { s.searchNeighbours(); });
+        phases.time("density_ms", [&] { s.densityPass(); });
+        phases.time("forces_ms", [&] { s.forcePairPass(); });
+        phases.time("integrate_ms", [&] { s.integrate(); });
+        phases.time("passes_ms", [&] {
+            s.forcePass();
+            s.compact();
+            s.groundPass();
+            s.rememberParticleCount();
+        });
     }
-    for (const auto& [name, total] : ms) state.counters[name] = total / double(state.iterations());
+    phases.report(state);
     state.counters["particles"] = double(s.particleCount());
     state.SetItemsProcessed(int64_t(state.iterations()) * int64_t(s.particleCount()));
 }
