@@ -103,7 +103,9 @@ bench() {
     local name
     name=$(basename "$b")
     echo "== $name"
-    "$b" --benchmark_counters_tabular=true | tee "$results/$name.txt"
+    local runner=()
+    [[ $name == gl_* ]] && runner=("$ROOT/tests/run_under_xvfb.sh")
+    "${runner[@]}" "$b" --benchmark_counters_tabular=true | tee "$results/$name.txt"
     { echo "### $name"; echo '```'; grep -v '^\*\*\*' "$results/$name.txt"; echo '```'; echo; } >>"$summary"
   done
   {

@@ -72,6 +72,7 @@ void createSceneRecords()
     simulation->programName = "Qorva";
     nodeMaster = new NodeMaster();
     simulation->nodeMaster = nodeMaster;
+    nodeMaster->simulation = simulation;
     GlobalSettings* settings = simulation->createGlobalSettings();
     simulation->selection.clear();
     simulation->selection.push_back(SelectionEntry{kTypeGlobalSettings, settings->id, settings->name});
