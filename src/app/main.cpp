@@ -6,10 +6,19 @@
 #include "app/globals.h"
 #include "app/simstate.h"
 #include "io/imagefile.h"
+#include "ui/guimainloop.h"
+#include "ui/mainwindow.h"
+#include "ui/openglwidget.h"
+#include "ui/theme.h"
+#include "ui/uiglobals.h"
 
 #include <QApplication>
 #include <QImage>
 #include <QImageReader>
+#include <QOpenGLContext>
+#include <QOpenGLFunctions>
+#include <QSettings>
+#include <QSurfaceFormat>
 #include <QVector>
 #include <clocale>
 #include <cstdio>
@@ -88,9 +97,7 @@ int main(int argc, char** argv)
         if (std::getenv("QT_QPA_PLATFORM") == nullptr) setenv("QT_QPA_PLATFORM", "offscreen", 1);
         ensureRuntimeDir();
     } else {
-        std::printf("The main window is not part of this build yet; run with --headless.\n");
-        std::fflush(stdout);
-        return 0;
+        QCoreApplication::setAttribute(Qt::AA_UseDesktopOpenGL);
     }
     std::fflush(stdout);
 
@@ -105,6 +112,16 @@ int main(int argc, char** argv)
     simState->headless = cl.headless;
     simState->numThreads = defaultThreadCount();
     installRoot = computeInstallRoot();
+    if (!cl.headless) {
+        applyTheme(app);
+        QSettings prefs;
+        simState->antialiasing = prefs.value("Prefs/antialiasing", true).toBool();
+        QSurfaceFormat format;
+        format.setVersion(2, 1);
+        format.setDepthBufferSize(24);
+        if (simState->antialiasing) format.setSamples(8);
+        QSurfaceFormat::setDefaultFormat(format);
+    }
     qRegisterMetaType<QVector<int>>("QVector<int>");
     if (cl.writeImages) {
         simState->writeImages = true;
@@ -112,12 +129,30 @@ int main(int argc, char** argv)
     }
     runCudaCheck();
     createSceneRecords();
+    if (!cl.headless) {
+        applyTheme(app);
+        QFont font = QApplication::font();
+        font.setPointSize(9);
+        QApplication::setFont(font);
+        new MainWindow(QString::fromStdString(titleString), "Qorva", QString::fromStdString(versionString),
+                       nodeMaster);
+        mainWindow->show();
+        viewport->makeCurrent();
+        if (QOpenGLContext* context = QOpenGLContext::currentContext()) {
+            const auto* version = context->functions()->glGetString(GL_VERSION);
+            std::printf("OpenGL version: %s\n", version ? reinterpret_cast<const char*>(version) : "unknown");
+        }
+        viewport->doneCurrent();
+    }
     openSceneFromCommandLine(cl);
     std::printf("\n");
     applyOverrides(cl);
     postLoad();
     std::srand(1);
+    if (mainWindow) mainWindow->afterLoad();
     startSolver();
     std::setlocale(LC_ALL, "C");
-    headlessMainLoop();
+    if (cl.headless) headlessMainLoop();
+    guiMainLoop(app);
+    shutdown(false);
 }

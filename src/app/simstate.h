@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 struct SimVec3 {
@@ -63,6 +64,8 @@ public:
     float ground = 0.f;
     // Whether the window's time slider may be used; the window reads it.
     bool sliderEnabled = true;
+    // Output path of the playblast under way (a file pattern or folder; empty: automatic).
+    std::string playblastPath;
 
     void play();
     void pause();

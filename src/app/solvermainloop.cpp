@@ -66,6 +66,9 @@ void SolverMainLoop::run()
             if (s.quitRequested) return;
         }
         s.solverIdle = false;
+        // A reset asked for while idle was carried out by the asker itself; a play that
+        // follows it at once must not find the flag still up and skip the whole run.
+        s.resetRequested = false;
         // OpenMP loops and OpenVDB's TBB tasks share the same cores: cap both to numThreads.
         const int workers = std::max(1, s.numThreads);
         omp_set_num_threads(workers);

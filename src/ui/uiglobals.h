@@ -3,6 +3,7 @@
 // Nothing here exists in a headless run; tests make the parts they need themselves.
 #pragma once
 
+#include "app/sceneobject.h"
 #include "app/simulation.h"
 
 #include <QObject>

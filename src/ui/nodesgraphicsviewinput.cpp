@@ -1,0 +1,223 @@
+// NodesGraphicsView: keys, mouse and the drag of wires.
+#include "ui/nodesgraphicsview.h"
+
+#include "app/globals.h"
+
+#include "graph/basenode.h"
+#include "graph/nodemaster.h"
+#include "graph/plug.h"
+#include "graph/plugcache.h"
+#include "ui/graphbuttonvisibility.h"
+#include "ui/graphdragconnectionedge.h"
+#include "ui/graphnode.h"
+#include "ui/graphplug.h"
+#include "ui/searchablemenu.h"
+#include "ui/uiglobals.h"
+
+#include <QCursor>
+#include <QGraphicsScene>
+#include <QKeyEvent>
+#include <QMouseEvent>
+#include <QScrollBar>
+#include <QWheelEvent>
+#include <cstdio>
+
+namespace {
+
+// The node types of the letter keys.
+const char* letterKey(int key)
+{
+    switch (key) {
+    case Qt::Key_M: return "mesh-to-volume";
+    case Qt::Key_N: return "null";
+    case Qt::Key_P: return "particle-to-volume";
+    case Qt::Key_R: return "read";
+    case Qt::Key_T: return "transform";
+    case Qt::Key_V: return "volume-to-mesh";
+    case Qt::Key_W: return "write";
+    default: return nullptr;
+    }
+}
+
+} // namespace
+
+bool NodesGraphicsView::event(QEvent* e)
+{
+    // Tab would move the focus on; here it opens the creation menu
+    if (e->type() == QEvent::KeyPress && static_cast<QKeyEvent*>(e)->key() == Qt::Key_Tab) {
+        keyPressEvent(static_cast<QKeyEvent*>(e));
+        return true;
+    }
+    return QGraphicsView::event(e);
+}
+
+void NodesGraphicsView::keyPressEvent(QKeyEvent* e)
+{
+    const Qt::KeyboardModifiers mods = e->modifiers() & ~Qt::KeypadModifier;
+    const int key = e->key();
+    if (key == Qt::Key_Tab) {
+        const QPointF at = cursorScenePos();
+        SearchableMenu* menu = makeCreateMenu(at);
+        menu->setAttribute(Qt::WA_DeleteOnClose);
+        menu->popup(QCursor::pos());
+        return;
+    }
+    if (key == Qt::Key_Return || key == Qt::Key_Enter) {
+        toggleRowOfSelected("visibility");
+        refreshAllItems();
+        requestViewsRefresh();
+        return;
+    }
+    if (key == Qt::Key_1 && mods == Qt::ControlModifier) {
+        toggleRowOfSelected("process");
+        refreshAllItems();
+        if (master && graphMutex.tryLock(100)) {
+            master->cook(false);
+            graphMutex.unlock();
+        }
+        requestViewsRefresh();
+        return;
+    }
+    if (key == Qt::Key_X && mods == Qt::ShiftModifier) {
+        // takes the selected nodes out of their wires, the wire bridged over them
+        if (master)
+            for (BaseNode* n : selectedNodes()) master->extractNode(n, true);
+        syncWithGraph();
+        markSceneEdited();
+        return;
+    }
+    if (key == Qt::Key_Delete || key == Qt::Key_Backspace) {
+        deleteSelected();
+        return;
+    }
+    if (mods != Qt::NoModifier && mods != Qt::ShiftModifier) {
+        QGraphicsView::keyPressEvent(e);
+        return;
+    }
+    if (const char* type = letterKey(key)) {
+        createNodeDual(type, cursorScenePos(), true);
+        return;
+    }
+    switch (key) {
+    case Qt::Key_A: fitAll(); return;
+    case Qt::Key_F: fitSelected(); return;
+    case Qt::Key_C:
+        if (master && master->plugCache) master->plugCache->print();
+        return;
+    case Qt::Key_D: {
+        const std::vector<BaseNode*> chosen = selectedNodes();
+        if (!chosen.empty()) setNodeRow(chosen.front(), "enabled", chosen.front()->enabled ? "false" : "true");
+        return;
+    }
+    case Qt::Key_S: connectSelectedChain(graphicsScene->selectedItems()); return;
+    default: break;
+    }
+    QGraphicsView::keyPressEvent(e);
+}
+
+// ---- mouse ----
+
+GraphPlug* NodesGraphicsView::plugAt(QPoint viewPos) const
+{
+    for (QGraphicsItem* item : items(viewPos))
+        if (item->type() == GraphPlug::Type) return static_cast<GraphPlug*>(item);
+    return nullptr;
+}
+
+void NodesGraphicsView::mousePressEvent(QMouseEvent* e)
+{
+    if (e->button() == Qt::MiddleButton) {
+        panning = true;
+        panStart = e->pos();
+        viewport()->setCursor(Qt::ClosedHandCursor);
+        e->accept();
+        return;
+    }
+    if (e->button() == Qt::LeftButton)
+        if (GraphPlug* plug = plugAt(e->pos())) {
+            beginPlugDrag(plug);
+            e->accept();
+            return;
+        }
+    QGraphicsView::mousePressEvent(e);
+}
+
+void NodesGraphicsView::mouseMoveEvent(QMouseEvent* e)
+{
+    lastCursorScenePos = mapToScene(e->pos());
+    if (panning) {
+        const QPoint delta = e->pos() - panStart;
+        panStart = e->pos();
+        horizontalScrollBar()->setValue(horizontalScrollBar()->value() - delta.x());
+        verticalScrollBar()->setValue(verticalScrollBar()->value() - delta.y());
+        return;
+    }
+    if (dragEdge) {
+        movePlugDrag(lastCursorScenePos);
+        return;
+    }
+    QGraphicsView::mouseMoveEvent(e);
+}
+
+void NodesGraphicsView::mouseReleaseEvent(QMouseEvent* e)
+{
+    if (panning && e->button() == Qt::MiddleButton) {
+        panning = false;
+        viewport()->unsetCursor();
+        return;
+    }
+    if (dragEdge && e->button() == Qt::LeftButton) {
+        endPlugDrag(plugAt(e->pos()));
+        return;
+    }
+    QGraphicsView::mouseReleaseEvent(e);
+}
+
+void NodesGraphicsView::wheelEvent(QWheelEvent* e)
+{
+    const qreal factor = e->angleDelta().y() > 0 ? 1.15 : 1.0 / 1.15;
+    const qreal zoom = transform().m11() * factor;
+    if (zoom < 0.05 || zoom > 8.0) return;
+    scale(factor, factor);
+}
+
+// ---- wire drag ----
+
+void NodesGraphicsView::beginPlugDrag(GraphPlug* plug)
+{
+    if (!plug || !plug->plug) return;
+    delete dragEdge;
+    dragEdge = nullptr;
+    GraphPlug* start = plug;
+    // pulling the wire end off an input: the wire goes, the drag goes on from its source
+    if (plug->isInput() && !plug->plug->connections.empty() && master) {
+        Plug* source = plug->plug->connections.front();
+        GraphPlug* sourceItem = plugItemOf(source);
+        {
+            const bool locked = graphMutex.tryLock(500);
+            master->disconnectPlugs(source, plug->plug);
+            if (locked) graphMutex.unlock();
+        }
+        markSceneEdited();
+        cookGraph();
+        if (sourceItem) start = sourceItem;
+    }
+    dragEdge = new GraphDragConnectionEdge(start);
+    graphicsScene->addItem(dragEdge);
+}
+
+void NodesGraphicsView::movePlugDrag(QPointF scenePos)
+{
+    if (dragEdge) dragEdge->moveLooseEnd(scenePos);
+}
+
+bool NodesGraphicsView::endPlugDrag(GraphPlug* target)
+{
+    if (!dragEdge) return false;
+    GraphPlug* start = dragEdge->start;
+    delete dragEdge;
+    dragEdge = nullptr;
+    plugDragDone = true;
+    if (!target || !start || target == start) return false;
+    return connectPlugs(start->plug, target->plug);
+}
