@@ -2,11 +2,16 @@
 // each frame a full paint (grid, points, overlay) read back with grabFramebuffer.
 #include "benchenv.h"
 
+#include "app/solvermainloop.h"
 #include "particles/granularparticlesystem.h"
+#include "ui/guimainloop.h"
+#include "ui/mainwindow.h"
 #include "ui/openglwidget.h"
 
 #include <QApplication>
+#include <QElapsedTimer>
 #include <QImage>
+#include <QTimer>
 
 #include <cmath>
 
@@ -55,6 +60,45 @@ void BM_DrawGrains(benchmark::State& state)
     simulation->clear();
 }
 
+// How long the window goes without handling events while the demo scene simulates on the
+// solver thread: a 5 ms timer notes the longest gap between its ticks over 24 frames.
+void BM_WindowStallWhileSimulating(benchmark::State& state)
+{
+    QApplication& app = application();
+    ensureBenchRecords(true);
+    simState->headless = false;
+    installRoot = QORVA_SOURCE_DIR;
+    if (!solverThread) {
+        solverThread = new SolverMainLoop();
+        solverThread->start();
+    }
+    for (auto _ : state) {
+        auto* window = new MainWindow("Qorva", "Qorva", "bench", nodeMaster);
+        window->askBeforeDiscarding = false;
+        window->resize(1280, 720);
+        window->show();
+        window->openSceneFile(QORVA_SOURCE_DIR "/scenes/sand_demo.qrv");
+        const int lastFrame = simState->frame + 24;
+        QElapsedTimer sinceTick;
+        sinceTick.start();
+        double worst = 0.0;
+        QTimer tick;
+        QObject::connect(&tick, &QTimer::timeout, [&] {
+            worst = std::max(worst, double(sinceTick.nsecsElapsed()) / 1e6);
+            sinceTick.restart();
+            if (simState->frame >= lastFrame) window->hide();
+        });
+        tick.start(5);
+        window->togglePlay();
+        guiMainLoop(app);
+        simState->pause();
+        state.counters["max_stall_ms"] = worst;
+        state.counters["frames"] = 24;
+        delete window;
+    }
+}
+
 } // namespace
 
+BENCHMARK(BM_WindowStallWhileSimulating)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_DrawGrains)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond)->UseRealTime();
