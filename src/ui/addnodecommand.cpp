@@ -53,7 +53,6 @@ void AddNodeCommand::redo()
         node = nodeMaster->createNodeAt(key, float(pos.x()), float(pos.y()));
         if (node && !name.empty() && node->name() != name && !nodeMaster->findByName(name)) {
             node->setName(name);
-            node->params.name = name;
         }
         if (node && behind) {
             nodeMaster->connectPlugs(behind->outputPlug(0), node->inputPlug(0));

@@ -1,6 +1,7 @@
 #include "ui/nodesgraphicsview.h"
 
 #include "app/globals.h"
+#include "app/sceneobject.h"
 #include "graph/basenode.h"
 #include "graph/nodemaster.h"
 #include "graph/plug.h"
@@ -10,15 +11,9 @@
 #include "ui/graphplug.h"
 #include "ui/uiglobals.h"
 
-#include <QApplication>
-#include <QCursor>
 #include <QGraphicsScene>
-#include <QMouseEvent>
-#include <QScrollBar>
 #include <QThread>
-#include <QWheelEvent>
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <set>
 
@@ -134,6 +129,7 @@ void NodesGraphicsView::refreshNode(BaseNode* node)
 void NodesGraphicsView::refreshAllItems()
 {
     for (auto& entry : nodeItems) entry.second->updateWithBackend();
+    syncWithGraph(); // a node whose plugs changed lost its wires' items
 }
 
 void NodesGraphicsView::syncWithGraph()
@@ -242,9 +238,12 @@ void NodesGraphicsView::refreshViews()
 
 std::vector<BaseNode*> NodesGraphicsView::selectedNodes() const
 {
+    // in the graph's order: the scene's own order of selected items changes from run to run
     std::vector<BaseNode*> out;
-    for (QGraphicsItem* item : graphicsScene->selectedItems())
-        if (item->type() == GraphNode::Type) out.push_back(static_cast<GraphNode*>(item)->node);
+    if (!master) return out;
+    for (BaseNode* n : master->nodes)
+        if (GraphNode* item = itemOf(n))
+            if (item->isSelected()) out.push_back(n);
     return out;
 }
 
@@ -291,48 +290,4 @@ void NodesGraphicsView::onExternalSelectionChanged()
         if (e.typeCode == kTypeGraphNode) wanted.insert(e.name);
     for (auto& entry : nodeItems) entry.second->setSelected(wanted.count(entry.first->name()) != 0);
     syncingSelection = false;
-}
-
-// ---- view ----
-
-void NodesGraphicsView::fitAll()
-{
-    QRectF box = graphicsScene->itemsBoundingRect();
-    if (box.isEmpty()) box = QRectF(-200, -150, 400, 300);
-    fitInView(box.adjusted(-40, -40, 40, 40), Qt::KeepAspectRatio);
-}
-
-void NodesGraphicsView::fitSelected()
-{
-    QRectF box;
-    for (QGraphicsItem* item : graphicsScene->selectedItems()) box |= item->sceneBoundingRect();
-    if (box.isEmpty()) {
-        fitAll();
-        return;
-    }
-    fitInView(box.adjusted(-80, -80, 80, 80), Qt::KeepAspectRatio);
-}
-
-QPointF NodesGraphicsView::cursorScenePos() const
-{
-    const QPoint local = viewport()->mapFromGlobal(QCursor::pos());
-    if (viewport()->rect().contains(local)) return mapToScene(local);
-    return mapToScene(viewport()->rect().center());
-}
-
-void NodesGraphicsView::drawBackground(QPainter* painter, const QRectF& rect)
-{
-    painter->fillRect(rect, QColor(40, 40, 40));
-    const qreal step = 25.0;
-    const qreal left = std::floor(rect.left() / step) * step;
-    const qreal top = std::floor(rect.top() / step) * step;
-    QVector<QLineF> fine, coarse;
-    for (qreal x = left; x < rect.right(); x += step)
-        (std::fmod(std::abs(x), step * 5) < 0.5 ? coarse : fine).push_back(QLineF(x, rect.top(), x, rect.bottom()));
-    for (qreal y = top; y < rect.bottom(); y += step)
-        (std::fmod(std::abs(y), step * 5) < 0.5 ? coarse : fine).push_back(QLineF(rect.left(), y, rect.right(), y));
-    painter->setPen(QPen(QColor(46, 46, 46), 0));
-    painter->drawLines(fine);
-    painter->setPen(QPen(QColor(52, 52, 52), 0));
-    painter->drawLines(coarse);
 }

@@ -3,6 +3,7 @@
 #include "ui/nodesgraphicsview.h"
 
 #include "app/globals.h"
+#include "app/sceneobject.h"
 #include "graph/basenode.h"
 #include "graph/nodemaster.h"
 #include "graph/plug.h"
@@ -10,7 +11,6 @@
 #include "ui/deletecommand.h"
 #include "ui/graphnode.h"
 #include "ui/nodeparamchangecommand.h"
-#include "ui/searchablemenu.h"
 #include "ui/uiglobals.h"
 
 #include <QApplication>
@@ -85,43 +85,12 @@ void NodesGraphicsView::setNodeRow(BaseNode* node, const std::string& key, const
         if (GraphNode* item = nodeEditor->itemOf(node)) item->updateWithBackend();
 }
 
-void NodesGraphicsView::toggleRowOfSelected(const std::string& key)
-{
-    const std::vector<BaseNode*> chosen = selectedNodes();
-    if (chosen.empty()) return;
-    undoStack()->beginMacro(QString::fromStdString("Toggle " + key));
-    for (BaseNode* n : chosen) {
-        const Parameter* row = NodeParamChangeCommand::findRow(n->name(), key);
-        const bool on = row && row->text == "true";
-        if (key == "visibility" && master && master->verbose) std::printf(on ? "aus\n" : "an\n");
-        setNodeRow(n, key, on ? "false" : "true");
-    }
-    undoStack()->endMacro();
-}
-
 void NodesGraphicsView::deleteSelected()
 {
     std::vector<SelectionEntry> entries;
     for (BaseNode* n : selectedNodes()) entries.push_back(selectionEntryFor(n->name()));
     if (entries.empty()) return;
     undoStack()->push(new DeleteCommand(entries));
-}
-
-SearchableMenu* NodesGraphicsView::makeCreateMenu(QPointF scenePos)
-{
-    std::vector<SearchableMenu::Category> categories;
-    if (master)
-        for (const NodeMaster::MenuCategory& c : master->menuCategories) {
-            SearchableMenu::Category cat;
-            cat.name = QString::fromStdString(c.name);
-            for (const std::string& k : c.keys) cat.keys.push_back(QString::fromStdString(k));
-            categories.push_back(cat);
-        }
-    auto* menu = new SearchableMenu(categories, this);
-    connect(menu, &SearchableMenu::nodeChosen, this, [scenePos](const QString& key) {
-        undoStack()->push(new AddNodeCommand(key.toStdString(), scenePos));
-    });
-    return menu;
 }
 
 // ---- copy and paste ----

@@ -2,15 +2,16 @@
 #include "ui/nodesgraphicsview.h"
 
 #include "app/globals.h"
-
 #include "graph/basenode.h"
 #include "graph/nodemaster.h"
 #include "graph/plug.h"
 #include "graph/plugcache.h"
+#include "ui/addnodecommand.h"
 #include "ui/graphbuttonvisibility.h"
 #include "ui/graphdragconnectionedge.h"
 #include "ui/graphnode.h"
 #include "ui/graphplug.h"
+#include "ui/nodeparamchangecommand.h"
 #include "ui/searchablemenu.h"
 #include "ui/uiglobals.h"
 
@@ -19,7 +20,9 @@
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QScrollBar>
+#include <QUndoStack>
 #include <QWheelEvent>
+#include <cmath>
 #include <cstdio>
 
 namespace {
@@ -40,6 +43,39 @@ const char* letterKey(int key)
 }
 
 } // namespace
+
+// ---- keys ----
+
+void NodesGraphicsView::toggleRowOfSelected(const std::string& key)
+{
+    const std::vector<BaseNode*> chosen = selectedNodes();
+    if (chosen.empty()) return;
+    undoStack()->beginMacro(QString::fromStdString("Toggle " + key));
+    for (BaseNode* n : chosen) {
+        const Parameter* row = NodeParamChangeCommand::findRow(n->name(), key);
+        const bool on = row && row->text == "true";
+        if (key == "visibility" && master && master->verbose) std::printf(on ? "aus\n" : "an\n");
+        setNodeRow(n, key, on ? "false" : "true");
+    }
+    undoStack()->endMacro();
+}
+
+SearchableMenu* NodesGraphicsView::makeCreateMenu(QPointF scenePos)
+{
+    std::vector<SearchableMenu::Category> categories;
+    if (master)
+        for (const NodeMaster::MenuCategory& c : master->menuCategories) {
+            SearchableMenu::Category cat;
+            cat.name = QString::fromStdString(c.name);
+            for (const std::string& k : c.keys) cat.keys.push_back(QString::fromStdString(k));
+            categories.push_back(cat);
+        }
+    auto* menu = new SearchableMenu(categories, this);
+    connect(menu, &SearchableMenu::nodeChosen, this, [scenePos](const QString& key) {
+        undoStack()->push(new AddNodeCommand(key.toStdString(), scenePos));
+    });
+    return menu;
+}
 
 bool NodesGraphicsView::event(QEvent* e)
 {
@@ -220,4 +256,48 @@ bool NodesGraphicsView::endPlugDrag(GraphPlug* target)
     plugDragDone = true;
     if (!target || !start || target == start) return false;
     return connectPlugs(start->plug, target->plug);
+}
+
+// ---- view ----
+
+void NodesGraphicsView::fitAll()
+{
+    QRectF box = graphicsScene->itemsBoundingRect();
+    if (box.isEmpty()) box = QRectF(-200, -150, 400, 300);
+    fitInView(box.adjusted(-40, -40, 40, 40), Qt::KeepAspectRatio);
+}
+
+void NodesGraphicsView::fitSelected()
+{
+    QRectF box;
+    for (QGraphicsItem* item : graphicsScene->selectedItems()) box |= item->sceneBoundingRect();
+    if (box.isEmpty()) {
+        fitAll();
+        return;
+    }
+    fitInView(box.adjusted(-80, -80, 80, 80), Qt::KeepAspectRatio);
+}
+
+QPointF NodesGraphicsView::cursorScenePos() const
+{
+    const QPoint local = viewport()->mapFromGlobal(QCursor::pos());
+    if (viewport()->rect().contains(local)) return mapToScene(local);
+    return mapToScene(viewport()->rect().center());
+}
+
+void NodesGraphicsView::drawBackground(QPainter* painter, const QRectF& rect)
+{
+    painter->fillRect(rect, QColor(40, 40, 40));
+    const qreal step = 25.0;
+    const qreal left = std::floor(rect.left() / step) * step;
+    const qreal top = std::floor(rect.top() / step) * step;
+    QVector<QLineF> fine, coarse;
+    for (qreal x = left; x < rect.right(); x += step)
+        (std::fmod(std::abs(x), step * 5) < 0.5 ? coarse : fine).push_back(QLineF(x, rect.top(), x, rect.bottom()));
+    for (qreal y = top; y < rect.bottom(); y += step)
+        (std::fmod(std::abs(y), step * 5) < 0.5 ? coarse : fine).push_back(QLineF(rect.left(), y, rect.right(), y));
+    painter->setPen(QPen(QColor(46, 46, 46), 0));
+    painter->drawLines(fine);
+    painter->setPen(QPen(QColor(52, 52, 52), 0));
+    painter->drawLines(coarse);
 }
