@@ -2,6 +2,8 @@
 // a delete and its undo, the creation menu lists every category and filters.
 #include "uitestenv.h"
 
+#include "nodes/nodetable.h"
+
 #include "app/sceneobject.h"
 #include "graph/basenode.h"
 #include "graph/geonode.h"
@@ -258,6 +260,19 @@ TEST_F(NodeEditorTest, CreationMenuListsCategoriesAndFilters)
     EXPECT_EQ(undoStack()->count(), 1);
     menu->searchField->setText("");
     EXPECT_EQ(menu->visibleEntries().size(), all);
+}
+
+TEST_F(NodeEditorTest, NodeTypesNotBuiltYetAreGreyedOutAndNeverMatched)
+{
+    std::unique_ptr<SearchableMenu> menu(view->makeCreateMenu(QPointF(0, 0)));
+    QStringList unbuilt;
+    for (const QMenu* sub : menu->categoryMenus)
+        for (const QAction* a : sub->actions()) {
+            const bool buildable = findNodeMaker(a->data().toString().toStdString()) != nullptr;
+            EXPECT_EQ(a->isEnabled(), buildable) << a->data().toString().toStdString();
+            if (!buildable) unbuilt.push_back(a->data().toString());
+        }
+    for (const QString& key : unbuilt) EXPECT_FALSE(menu->matches(key).contains(key)) << key.toStdString();
 }
 
 TEST_F(NodeEditorTest, PaintsBodyBackgroundAndDisabledLook)

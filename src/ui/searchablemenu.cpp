@@ -1,5 +1,7 @@
 #include "ui/searchablemenu.h"
 
+#include "nodes/nodetable.h"
+
 #include <QLineEdit>
 #include <QWidgetAction>
 #include <algorithm>
@@ -21,6 +23,8 @@ SearchableMenu::SearchableMenu(const std::vector<Category>& categories, QWidget*
         for (const QString& key : c.keys) {
             QAction* a = sub->addAction(key);
             a->setData(key);
+            // node types this build can't make yet stay listed, greyed out
+            a->setEnabled(findNodeMaker(key.toStdString()) != nullptr);
             connect(a, &QAction::triggered, this, [this, key] { emit nodeChosen(key); });
             if (!allKeys.contains(key)) allKeys.push_back(key);
         }
@@ -37,7 +41,7 @@ QStringList SearchableMenu::matches(const QString& text) const
     if (needle.isEmpty()) return allKeys;
     QStringList out;
     for (const QString& key : allKeys)
-        if (key.contains(needle, Qt::CaseInsensitive)) out.push_back(key);
+        if (key.contains(needle, Qt::CaseInsensitive) && findNodeMaker(key.toStdString()) != nullptr) out.push_back(key);
     // names that start with the text come first
     std::stable_sort(out.begin(), out.end(), [&](const QString& a, const QString& b) {
         return a.startsWith(needle, Qt::CaseInsensitive) && !b.startsWith(needle, Qt::CaseInsensitive);
