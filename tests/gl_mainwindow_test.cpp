@@ -5,7 +5,9 @@
 
 #include "app/solvermainloop.h"
 #include "graph/basenode.h"
+#include "ui/graphnode.h"
 #include "ui/mainwindow.h"
+#include "ui/nodesgraphicsview.h"
 #include "ui/openglwidget.h"
 #include "ui/theme.h"
 
@@ -14,6 +16,7 @@
 #include <QDir>
 #include <QSlider>
 #include <QElapsedTimer>
+#include <QGraphicsScene>
 #include <QImage>
 #include <QMessageBox>
 #include <QProcess>
@@ -122,6 +125,30 @@ TEST_F(MainWindowTest, DemoScenePlaysAndShowsSandColliderAndGrid)
     QDir().mkpath(folder);
     window->grab().save(folder + "/mainwindow_sand_demo.png");
     shot.save(folder + "/viewport_sand_demo.png");
+}
+
+TEST_F(MainWindowTest, GraphSceneShowsItsNodesAndGeometry)
+{
+    ASSERT_TRUE(window->openSceneFile(kSourceDir + "/scenes/graph_demo.qrv"));
+    ASSERT_FALSE(nodeMaster->nodes.empty());
+    int nodeItems = 0;
+    for (QGraphicsItem* item : window->nodeView->graphScene()->items())
+        if (dynamic_cast<GraphNode*>(item)) ++nodeItems;
+    EXPECT_EQ(nodeItems, int(nodeMaster->nodes.size()));
+    {
+        QMutexLocker lock(&graphMutex);
+        nodeMaster->cook(false);
+    }
+    viewport->refreshBuffers(200);
+    viewport->frameAll();
+    viewport->update();
+    pumpUntil([] { return false; }, 300);
+    const QImage shot = viewport->grabFramebuffer();
+    const PixelCounts c = classify(shot);
+    EXPECT_GT(c.total - c.grey, c.total / 100) << "nothing but background and grid";
+    const QString folder = QDir::tempPath() + "/qorva-screenshots";
+    QDir().mkpath(folder);
+    window->grab().save(folder + "/mainwindow_graph_demo.png");
 }
 
 TEST_F(MainWindowTest, BrokenSceneShowsTheErrorAndKeepsRunning)

@@ -64,6 +64,8 @@ public:
     void cookGraph();
     void fitAll();
     void fitSelected();
+    // Fits the view to a scene rectangle, never zooming out so far that labels can't be read.
+    void fitBox(const QRectF& box);
     // One node's item (place, name, plugs, button) read from the node again.
     void refreshNode(BaseNode* node);
     void refreshAllItems();

@@ -264,7 +264,19 @@ void NodesGraphicsView::fitAll()
 {
     QRectF box = graphicsScene->itemsBoundingRect();
     if (box.isEmpty()) box = QRectF(-200, -150, 400, 300);
-    fitInView(box.adjusted(-40, -40, 40, 40), Qt::KeepAspectRatio);
+    fitBox(box.adjusted(-40, -40, 40, 40));
+}
+
+void NodesGraphicsView::fitBox(const QRectF& box)
+{
+    fitInView(box, Qt::KeepAspectRatio);
+    // a long chain in a short dock would shrink the labels past reading: keep them legible
+    // and show the start of the chain instead
+    constexpr double kSmallestScale = 0.6;
+    if (transform().m11() < kSmallestScale) {
+        setTransform(QTransform::fromScale(kSmallestScale, kSmallestScale));
+        centerOn(QPointF(box.center().x(), box.top() + viewport()->height() / (2.0 * kSmallestScale)));
+    }
 }
 
 void NodesGraphicsView::fitSelected()
@@ -275,7 +287,7 @@ void NodesGraphicsView::fitSelected()
         fitAll();
         return;
     }
-    fitInView(box.adjusted(-80, -80, 80, 80), Qt::KeepAspectRatio);
+    fitBox(box.adjusted(-80, -80, 80, 80));
 }
 
 QPointF NodesGraphicsView::cursorScenePos() const
