@@ -131,6 +131,7 @@ private:
     void saveLayout();
     QString dialogOptionsFolder(const char* key) const;
     void addClassicObject(int typeCode, const char* message);
+    void addForSelectedSystem(int typeCode, const char* message, const QString& title);
     void addNodeForSelectedSystem(const std::string& key);
     void toggleGlobalRow(const char* key);
     void keyTransform(const char* prefix, bool remove);

@@ -271,25 +271,19 @@ bool selectedIsSystem()
 }
 } // namespace
 
-void MainWindow::addSource()
+// Sources and forces act on a system: one must be selected first.
+void MainWindow::addForSelectedSystem(int typeCode, const char* message, const QString& title)
 {
-    say("MainWindow: add source...\n");
+    say(message);
     if (!selectedIsSystem()) {
-        QMessageBox::information(this, "Add Source", "Please select a particle system first.");
+        QMessageBox::information(this, title, "Please select a particle system first.");
         return;
     }
-    undoStack()->push(new AddCommand(kTypeSource));
+    undoStack()->push(new AddCommand(typeCode));
 }
 
-void MainWindow::addForce()
-{
-    say("MainWindow: add force...\n");
-    if (!selectedIsSystem()) {
-        QMessageBox::information(this, "Add Force", "Please select a particle system first.");
-        return;
-    }
-    undoStack()->push(new AddCommand(kTypeForce));
-}
+void MainWindow::addSource() { addForSelectedSystem(kTypeSource, "MainWindow: add source...\n", "Add Source"); }
+void MainWindow::addForce() { addForSelectedSystem(kTypeForce, "MainWindow: add force...\n", "Add Force"); }
 
 void MainWindow::addCollider()
 {
