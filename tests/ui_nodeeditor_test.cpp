@@ -21,6 +21,7 @@
 #include <QImage>
 #include <QKeyEvent>
 #include <QLineEdit>
+#include <QMouseEvent>
 #include <gtest/gtest.h>
 #include <memory>
 
@@ -105,7 +106,7 @@ TEST_F(NodeEditorTest, BuildsCooksAndUndoesAGraph)
     EXPECT_FLOAT_EQ(geo->displayBody->points->P[0].x, 2.f);
 
     const std::string name = xform->name();
-    for (int i = 0; i < 4; ++i) undoStack()->undo(); // three rows, then the creation
+    for (int i = 0; i < 5; ++i) undoStack()->undo(); // three rows, the wire, then the creation
     EXPECT_EQ(nodeMaster->findByName(name), nullptr);
     EXPECT_EQ(countItems(GraphNode::Type), 1);
     EXPECT_EQ(countItems(GraphEdge::Type), 0);
@@ -115,6 +116,58 @@ TEST_F(NodeEditorTest, BuildsCooksAndUndoesAGraph)
     ASSERT_NE(again, nullptr);
     EXPECT_EQ(again->nodeKey, "transform");
     EXPECT_EQ(countItems(GraphNode::Type), 2);
+}
+
+TEST_F(NodeEditorTest, AWireIsOneUndoStepAndUndoGivesBackTheWireItReplaced)
+{
+    BaseNode* first = add("line", QPointF(0, 0));
+    BaseNode* second = add("line", QPointF(200, 0));
+    BaseNode* xform = add("transform", QPointF(0, 120));
+    ASSERT_TRUE(dragWire(first, xform));
+    const int steps = undoStack()->count();
+    ASSERT_TRUE(dragWire(second, xform)); // replaces the first wire
+    EXPECT_EQ(undoStack()->count(), steps + 1);
+    EXPECT_EQ(xform->inputPlug(0)->sourcePlug(), second->outputPlug(0));
+    undoStack()->undo();
+    EXPECT_EQ(xform->inputPlug(0)->sourcePlug(), first->outputPlug(0));
+    EXPECT_EQ(countItems(GraphEdge::Type), 1);
+    undoStack()->undo();
+    EXPECT_EQ(xform->inputPlug(0)->sourcePlug(), nullptr);
+    EXPECT_EQ(countItems(GraphEdge::Type), 0);
+    undoStack()->redo();
+    undoStack()->redo();
+    EXPECT_EQ(xform->inputPlug(0)->sourcePlug(), second->outputPlug(0));
+    // a wire the rules refuse leaves no step behind
+    const int before = undoStack()->count();
+    EXPECT_FALSE(dragWire(xform, xform));
+    EXPECT_EQ(undoStack()->count(), before);
+}
+
+TEST_F(NodeEditorTest, DraggingNodesIsOneUndoStep)
+{
+    BaseNode* n = add("null", QPointF(0, 0));
+    view->show();
+    view->selectNodesByName({n->name()});
+    QApplication::processEvents();
+    const QPoint at = view->mapFromScene(view->itemOf(n)->sceneBoundingRect().center());
+    const int steps = undoStack()->count();
+    auto send = [&](QEvent::Type type, QPoint p, Qt::MouseButton button, Qt::MouseButtons held) {
+        QMouseEvent e(type, p, view->viewport()->mapToGlobal(p), button, held, Qt::NoModifier);
+        QApplication::sendEvent(view->viewport(), &e);
+    };
+    send(QEvent::MouseButtonPress, at, Qt::LeftButton, Qt::LeftButton);
+    send(QEvent::MouseMove, at + QPoint(30, 20), Qt::NoButton, Qt::LeftButton);
+    send(QEvent::MouseMove, at + QPoint(60, 40), Qt::NoButton, Qt::LeftButton);
+    send(QEvent::MouseButtonRelease, at + QPoint(60, 40), Qt::LeftButton, Qt::NoButton);
+    ASSERT_NE(n->posx, 0.f) << "the drag did not move the node";
+    EXPECT_EQ(undoStack()->count(), steps + 1);
+    const float movedX = n->posx;
+    undoStack()->undo();
+    EXPECT_FLOAT_EQ(n->posx, 0.f);
+    EXPECT_FLOAT_EQ(n->posy, 0.f);
+    EXPECT_EQ(view->itemOf(n)->pos(), QPointF(0, 0));
+    undoStack()->redo();
+    EXPECT_FLOAT_EQ(n->posx, movedX);
 }
 
 TEST_F(NodeEditorTest, DeleteAndUndoBringTheWireBack)

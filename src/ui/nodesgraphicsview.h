@@ -66,6 +66,8 @@ public:
     void fitSelected();
     // Fits the view to a scene rectangle, never zooming out so far that labels can't be read.
     void fitBox(const QRectF& box);
+    // After a left release: the selected nodes that moved since the press, as one undo step.
+    void finishNodeMove();
     // One node's item (place, name, plugs, button) read from the node again.
     void refreshNode(BaseNode* node);
     void refreshAllItems();
@@ -87,6 +89,8 @@ public:
     void movePlugDrag(QPointF scenePos);
     // Ends the drag over `target` (null: over nothing); true when a wire was made.
     bool endPlugDrag(GraphPlug* target);
+    // Where the selected nodes stood when a left press began: their move is one undo step.
+    std::vector<std::pair<std::string, QPointF>> moveStart;
     bool plugDragDone = false; // a drag ended since the last check of the main window
 
 protected:

@@ -7,6 +7,7 @@
 #include "graph/plug.h"
 #include "graph/plugcache.h"
 #include "ui/addnodecommand.h"
+#include "ui/connectcommand.h"
 #include "ui/graphbuttonvisibility.h"
 #include "ui/graphdragconnectionedge.h"
 #include "ui/graphnode.h"
@@ -176,6 +177,32 @@ void NodesGraphicsView::mousePressEvent(QMouseEvent* e)
             return;
         }
     QGraphicsView::mousePressEvent(e);
+    moveStart.clear();
+    if (e->button() == Qt::LeftButton)
+        for (QGraphicsItem* item : graphicsScene->selectedItems())
+            if (item->type() == GraphNode::Type) {
+                const BaseNode* node = static_cast<GraphNode*>(item)->node;
+                moveStart.emplace_back(node->name(), QPointF(node->posx, node->posy));
+            }
+}
+
+void NodesGraphicsView::finishNodeMove()
+{
+    std::vector<std::pair<std::string, QPointF>> moved;
+    for (const auto& [name, from] : moveStart) {
+        const BaseNode* node = master ? master->findByName(name) : nullptr;
+        if (node && QPointF(node->posx, node->posy) != from) moved.emplace_back(name, from);
+    }
+    moveStart.clear();
+    if (moved.empty()) return;
+    undoStack()->beginMacro("Move nodes");
+    for (const auto& [name, from] : moved) {
+        const BaseNode* node = master->findByName(name);
+        const QPointF to(node->posx, node->posy);
+        undoStack()->push(new NodeParamChangeCommand(name, "posx", Parameter::trimmedNumber(from.x()), Parameter::trimmedNumber(to.x())));
+        undoStack()->push(new NodeParamChangeCommand(name, "posy", Parameter::trimmedNumber(from.y()), Parameter::trimmedNumber(to.y())));
+    }
+    undoStack()->endMacro();
 }
 
 void NodesGraphicsView::mouseMoveEvent(QMouseEvent* e)
@@ -207,6 +234,7 @@ void NodesGraphicsView::mouseReleaseEvent(QMouseEvent* e)
         return;
     }
     QGraphicsView::mouseReleaseEvent(e);
+    if (e->button() == Qt::LeftButton) finishNodeMove();
 }
 
 void NodesGraphicsView::wheelEvent(QWheelEvent* e)
@@ -255,7 +283,13 @@ bool NodesGraphicsView::endPlugDrag(GraphPlug* target)
     dragEdge = nullptr;
     plugDragDone = true;
     if (!target || !start || target == start) return false;
-    return connectPlugs(start->plug, target->plug);
+    Plug* a = start->plug;
+    Plug* b = target->plug;
+    // a wire the rules refuse goes through the plain path for its message and no undo step
+    if (a->isInput() == b->isInput() || a->dataType != b->dataType || a->owner == b->owner) return connectPlugs(a, b);
+    undoStack()->push(new ConnectCommand(a, b));
+    Plug* in = a->isInput() ? a : b;
+    return in->sourcePlug() == (a->isInput() ? b : a);
 }
 
 // ---- view ----
