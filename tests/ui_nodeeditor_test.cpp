@@ -396,6 +396,19 @@ TEST_F(NodeEditorTest, CopyAndPasteMakeSelectedCopies)
     const std::vector<BaseNode*> chosen = view->selectedNodes();
     ASSERT_EQ(chosen.size(), 2u);
     EXPECT_EQ(countItems(GraphEdge::Type), 2);
+
+    // the paste is one undo step; redo brings the copies back under their names, wired
+    const std::string pastedName = pastedXform->name();
+    undoStack()->undo();
+    EXPECT_EQ(nodeMaster->nodes.size(), 2u);
+    EXPECT_EQ(nodeMaster->findByName(pastedName), nullptr);
+    EXPECT_EQ(countItems(GraphEdge::Type), 1);
+    undoStack()->redo();
+    ASSERT_EQ(nodeMaster->nodes.size(), 4u);
+    BaseNode* back = nodeMaster->findByName(pastedName);
+    ASSERT_NE(back, nullptr);
+    ASSERT_NE(back->inputPlug(0)->sourcePlug(), nullptr);
+    EXPECT_EQ(back->inputPlug(0)->sourcePlug()->owner->nodeKey, "line");
 }
 
 } // namespace

@@ -14,6 +14,7 @@
 #include "ui/addnodecommand.h"
 #include "ui/nodeparamchangecommand.h"
 #include "ui/nodesgraphicsview.h"
+#include "ui/nodespastedcommand.h"
 #include "ui/openglwidget.h"
 #include "ui/outlinerview.h"
 #include "ui/parametereditor.h"
@@ -328,6 +329,7 @@ void MainWindow::addSmoke()
         nodeView->rebuild();
         nodeView->selectNodesByName(names);
     }
+    if (!names.empty()) undoStack()->push(new NodesPastedCommand(names, "Add smoke graph"));
     markSceneEdited();
 }
 

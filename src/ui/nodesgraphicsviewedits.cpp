@@ -11,6 +11,7 @@
 #include "ui/deletecommand.h"
 #include "ui/graphnode.h"
 #include "ui/nodeparamchangecommand.h"
+#include "ui/nodespastedcommand.h"
 #include "ui/uiglobals.h"
 
 #include <QApplication>
@@ -160,6 +161,7 @@ void NodesGraphicsView::pasteNodes()
     selectNodesByName(names);
     markSceneEdited();
     cookGraph();
+    undoStack()->push(new NodesPastedCommand(names, "Paste nodes"));
 }
 
 // ---- removal and restore ----
