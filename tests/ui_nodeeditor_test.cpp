@@ -143,6 +143,24 @@ TEST_F(NodeEditorTest, AWireIsOneUndoStepAndUndoGivesBackTheWireItReplaced)
     EXPECT_EQ(undoStack()->count(), before);
 }
 
+TEST_F(NodeEditorTest, PullingAWireOffItsInputIsOneUndoStep)
+{
+    BaseNode* line = add("line", QPointF(0, 0));
+    BaseNode* xform = add("transform", QPointF(0, 120));
+    ASSERT_TRUE(dragWire(line, xform));
+    const int steps = undoStack()->count();
+    view->beginPlugDrag(view->plugItemOf(xform->inputPlug(0)));
+    EXPECT_FALSE(view->endPlugDrag(nullptr)); // let go over nothing
+    EXPECT_EQ(xform->inputPlug(0)->sourcePlug(), nullptr);
+    EXPECT_EQ(countItems(GraphEdge::Type), 0);
+    EXPECT_EQ(undoStack()->count(), steps + 1);
+    undoStack()->undo();
+    EXPECT_EQ(xform->inputPlug(0)->sourcePlug(), line->outputPlug(0));
+    EXPECT_EQ(countItems(GraphEdge::Type), 1);
+    undoStack()->redo();
+    EXPECT_EQ(xform->inputPlug(0)->sourcePlug(), nullptr);
+}
+
 TEST_F(NodeEditorTest, DraggingNodesIsOneUndoStep)
 {
     BaseNode* n = add("null", QPointF(0, 0));

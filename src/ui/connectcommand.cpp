@@ -52,6 +52,18 @@ Plug* ConnectCommand::inputOf(const End& end)
 
 void ConnectCommand::redo()
 {
+    if (disconnecting) cut();
+    else join();
+}
+
+void ConnectCommand::undo()
+{
+    if (disconnecting) join();
+    else cut();
+}
+
+void ConnectCommand::join()
+{
     Plug* out = outputOf(output);
     Plug* in = inputOf(input);
     int made = -1;
@@ -61,13 +73,13 @@ void ConnectCommand::redo()
     }
     // a wire the rules refuse is no step to undo
     if (made < 0) {
-        setObsolete(true);
+        if (!disconnecting) setObsolete(true);
         return;
     }
     cookAfterEdit();
 }
 
-void ConnectCommand::undo()
+void ConnectCommand::cut()
 {
     Plug* out = outputOf(output);
     Plug* in = inputOf(input);
@@ -80,7 +92,7 @@ void ConnectCommand::undo()
         return;
     }
     nodeMaster->disconnectPlugs(out, in);
-    if (!replaced.node.empty())
+    if (!disconnecting && !replaced.node.empty())
         if (Plug* old = outputOf(replaced)) nodeMaster->connectPlugs(old, in);
     graphMutex.unlock();
     cookAfterEdit();

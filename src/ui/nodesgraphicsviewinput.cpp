@@ -257,13 +257,10 @@ void NodesGraphicsView::beginPlugDrag(GraphPlug* plug)
     if (plug->isInput() && !plug->plug->connections.empty() && master) {
         Plug* source = plug->plug->connections.front();
         GraphPlug* sourceItem = plugItemOf(source);
-        {
-            const bool locked = graphMutex.tryLock(500);
-            master->disconnectPlugs(source, plug->plug);
-            if (locked) graphMutex.unlock();
-        }
-        markSceneEdited();
-        cookGraph();
+        auto* pull = new ConnectCommand(source, plug->plug);
+        pull->disconnecting = true;
+        pull->setText("Disconnect");
+        undoStack()->push(pull);
         if (sourceItem) start = sourceItem;
     }
     dragEdge = new GraphDragConnectionEdge(start);
