@@ -164,6 +164,15 @@ TEST_F(ViewsTest, EditingARowRenamesTheObject)
     EXPECT_EQ(simulation->findByName("dust"), nullptr);
     EXPECT_EQ(model.index(1).data().toString(), "smoke");
     EXPECT_EQ(sceneChanges, 1);
+    // the rename is one undo step
+    undoStack()->undo();
+    EXPECT_NE(simulation->findByName("dust"), nullptr);
+    EXPECT_EQ(simulation->findByName("smoke"), nullptr);
+    EXPECT_EQ(sceneChanges, 2); // what the object list refreshes on
+    model.refresh();
+    EXPECT_EQ(model.index(1).data().toString(), "dust");
+    undoStack()->redo();
+    EXPECT_NE(simulation->findByName("smoke"), nullptr);
     // GlobalSettings has no name row.
     EXPECT_FALSE(model.flags(model.index(0)) & Qt::ItemIsEditable);
     EXPECT_FALSE(model.setData(model.index(0), "Other", Qt::EditRole));

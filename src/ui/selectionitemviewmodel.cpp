@@ -4,7 +4,10 @@
 #include "app/globalsettings.h"
 #include "app/sceneobject.h"
 #include "app/simulation.h"
+#include "ui/paramchangecommand.h"
 #include "ui/uiglobals.h"
+
+#include <QUndoStack>
 
 #include <QFont>
 
@@ -74,16 +77,11 @@ bool SelectionItemViewModel::setData(const QModelIndex& index, const QVariant& v
         std::printf("Outliner: %s cannot be renamed.\n", oldName.c_str());
         return false;
     }
-    // The name row renames through Simulation, which keeps names unique.
-    row->text = wanted;
-    row->apply(false, 0.0, wanted);
+    // The name row renames through Simulation, which keeps names unique; as an undo step
+    // the command follows the object under its new name and keeps the selection on it.
+    undoStack()->push(new ParamChangeCommand(oldName, "nodeName", row->text, wanted));
     names[size_t(index.row())] = object->name;
-    if (simulation)
-        for (SelectionEntry& e : simulation->selection)
-            if (e.typeCode != kTypeGraphNode && e.name == oldName) e.name = object->name;
     emit dataChanged(index, index);
-    emit UiEvents::instance()->sceneChanged();
-    markSceneEdited();
     return true;
 }
 
