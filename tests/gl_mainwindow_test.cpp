@@ -3,6 +3,7 @@
 // simulating with playblast images; changes never discarded without asking.
 #include "uitestenv.h"
 
+#include "app/sceneobject.h"
 #include "app/solvermainloop.h"
 #include "graph/basenode.h"
 #include "ui/graphnode.h"
@@ -18,6 +19,7 @@
 #include <QElapsedTimer>
 #include <QGraphicsScene>
 #include <QImage>
+#include <QKeyEvent>
 #include <QMessageBox>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -209,6 +211,31 @@ TEST_F(MainWindowTest, SaveNewVersionCountsUp)
     EXPECT_TRUE(QFile::exists(dir.path() + "/shot_v010.qrv"));
     EXPECT_EQ(simulation->scenePath, (dir.path() + "/shot_v010.qrv").toStdString());
     EXPECT_FALSE(window->unsavedChanges);
+}
+
+TEST_F(MainWindowTest, KeyingTheTransformSetsAndTakesOutKeysAsUndoSteps)
+{
+    window->newScene();
+    window->addCollider();
+    ASSERT_EQ(simulation->colliders.size(), 1u);
+    const std::string name = currentSelection().empty() ? std::string() : currentSelection().front().name;
+    SceneObject* collider = simulation->findByName(name);
+    ASSERT_NE(collider, nullptr);
+    Parameter* tx = collider->params.get("translateX");
+    ASSERT_NE(tx, nullptr);
+    const std::string plain = tx->text;
+    simState->frame = 5;
+    QKeyEvent keyOn(QEvent::KeyPress, Qt::Key_W, Qt::ControlModifier);
+    QApplication::sendEvent(window, &keyOn);
+    EXPECT_NE(tx->text, plain);
+    EXPECT_NE(tx->text.find("5:"), std::string::npos) << tx->text;
+    const std::string keyed = tx->text;
+    QKeyEvent keyOff(QEvent::KeyPress, Qt::Key_W, Qt::ShiftModifier);
+    QApplication::sendEvent(window, &keyOff);
+    EXPECT_EQ(tx->text.find(':'), std::string::npos) << tx->text;
+    undoStack()->undo();
+    EXPECT_EQ(tx->text, keyed);
+    simState->frame = simState->startFrame;
 }
 
 // The program itself, with a window: simulate three frames with playblast images on and

@@ -25,7 +25,6 @@
 #include <QDockWidget>
 #include <QHeaderView>
 #include <QKeySequence>
-#include <QLabel>
 #include <QMenuBar>
 #include <QSettings>
 #include <QSlider>
@@ -70,8 +69,7 @@ MainWindow::MainWindow(const QString& program, const QString& shortName, const Q
     buildDocks();
     buildMenus();
     buildToolBars();
-    statusLabel = new QLabel(this);
-    statusBar()->addPermanentWidget(statusLabel);
+    statusBar();
     resize(1440, 900);
     readLayout();
 

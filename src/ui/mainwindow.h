@@ -9,7 +9,6 @@
 
 class QAction;
 class QDockWidget;
-class QLabel;
 class QMenu;
 class QSlider;
 class QSpinBox;
@@ -55,10 +54,7 @@ public:
     QAction* undoAction = nullptr;
     QAction* redoAction = nullptr;
     QToolButton* autoUpdateButton = nullptr;
-    QLabel* statusLabel = nullptr;
     bool unsavedChanges = false;
-    bool nodeViewHadFocus = false;
-    bool plugDragActive = false;
     // Set while the window itself moves the slider (playback, a running sim), so the
     // slider's signal doesn't scrub back.
     bool sliderFollowing = false;
@@ -129,7 +125,6 @@ private:
     void buildDocks();
     void readLayout();
     void saveLayout();
-    QString dialogOptionsFolder(const char* key) const;
     void addClassicObject(int typeCode, const char* message);
     void addForSelectedSystem(int typeCode, const char* message, const QString& title);
     void addNodeForSelectedSystem(const std::string& key);

@@ -36,7 +36,6 @@
 #include <QSettings>
 #include <QSlider>
 #include <QSpinBox>
-#include <QThread>
 #include <QUndoStack>
 #include <QUrl>
 #include <tinyxml2.h>
@@ -55,11 +54,9 @@ bool MainWindow::stopSolverForEdit()
 {
     say("waiting for mainloop resetting...\n");
     simState->pause();
-    simState->reset();
-    // reset() leaves the solver parked in its idle wait; wait (bounded) until it is there
-    for (int i = 0; i < 400 && !simState->solverIdle; ++i) QThread::msleep(5);
+    simState->reset(); // returns once the solver is parked in its idle wait
     say("waiting for vboMutex.tryLock()...\n");
-    if (!simState->solverIdle || !vboMutex.tryLock(2000)) {
+    if (!vboMutex.tryLock(2000)) {
         say("couldn't reset the scene.\n");
         return false;
     }

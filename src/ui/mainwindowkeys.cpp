@@ -12,8 +12,10 @@
 #include "ui/deletecommand.h"
 #include "ui/nodeparamchangecommand.h"
 #include "ui/nodesgraphicsview.h"
+#include "ui/keyframes.h"
 #include "ui/openglwidget.h"
 #include "ui/paramchangecommand.h"
+#include "ui/paramtablemodel.h"
 #include "ui/pastecommand.h"
 #include "ui/uiglobals.h"
 
@@ -22,26 +24,7 @@
 #include <QKeyEvent>
 #include <QUndoStack>
 #include <cstdio>
-#include <map>
 
-namespace {
-// The text of `row` with a key at `frame` set to its present value, or taken out.
-std::string keyedText(const Parameter& row, double frame, bool remove)
-{
-    std::map<double, std::pair<double, double>> keys;
-    try {
-        Parameter::parseKeys(row.text, keys);
-    } catch (...) {
-        keys.clear();
-    }
-    if (remove) keys.erase(frame);
-    else keys[frame] = std::make_pair(frame, row.number);
-    if (keys.empty()) return Parameter::trimmedNumber(row.number);
-    std::string text;
-    for (const auto& kv : keys) text += Parameter::trimmedNumber(kv.second.first) + ":" + Parameter::trimmedNumber(kv.second.second) + " ";
-    return text;
-}
-} // namespace
 
 // Sets or deletes keys at the present frame on three transform rows ("translate", "rotate"
 // or "scale") of every selected object, as one undo step.
@@ -57,9 +40,10 @@ void MainWindow::keyTransform(const char* prefix, bool remove)
             const std::string key = std::string(prefix) + axis;
             const Parameter* row = set->get(key);
             if (!row) continue;
-            const std::string text = keyedText(*row, double(simState->frame), remove);
-            if (e.typeCode == kTypeGraphNode) undoStack()->push(new NodeParamChangeCommand(e.name, key, row->text, text));
-            else undoStack()->push(new ParamChangeCommand(e.name, key, row->text, text));
+            const double frame = double(simState->frame);
+            std::string text = textWithKey(*row, frame, fieldValue(*row));
+            if (remove && !textWithoutKey(*row, frame, text)) continue;
+            ParamTableModel::pushEdit(e, key, row->text, text);
         }
     }
     undoStack()->endMacro();
@@ -169,12 +153,11 @@ bool MainWindow::eventFilter(QObject* watched, QEvent* event)
             stepFrame(key->key() == Qt::Key_Left ? -1 : 1);
             return true;
         }
-        if (key->key() == Qt::Key_Alt && nodeView) nodeViewHadFocus = nodeView->hasFocus();
     } else if (event->type() == QEvent::KeyRelease) {
         auto* key = static_cast<QKeyEvent*>(event);
-        if (key->key() == Qt::Key_Control && plugDragActive) {
+        if (key->key() == Qt::Key_Control && nodeView && nodeView->plugDragDone) {
             std::printf("control release after plug drag\n");
-            plugDragActive = false;
+            nodeView->plugDragDone = false;
         }
     }
     return QMainWindow::eventFilter(watched, event);

@@ -1,5 +1,6 @@
 #include "ui/parametereditor.h"
 
+#include "ui/keyframes.h"
 #include "ui/paramtablemodel.h"
 #include "ui/paramtableview.h"
 #include "ui/uiglobals.h"
@@ -108,61 +109,27 @@ bool ParameterEditor::resetToDefault(int row)
     return model->editText(row, p->defaultText);
 }
 
-namespace {
-
-double fieldNumber(const Parameter& p)
-{
-    if (!p.value) return 0.0;
-    if (p.type == kParamBool) return *static_cast<bool*>(p.value) ? 1.0 : 0.0;
-    if (p.type == kParamFloat) return double(*static_cast<float*>(p.value));
-    return double(*static_cast<int32_t*>(p.value));
-}
-
-bool keysOf(const std::string& text, std::map<double, std::pair<double, double>>& keys)
-{
-    try {
-        return Parameter::parseKeys(text, keys);
-    } catch (const std::exception&) {
-        keys.clear();
-        return false;
-    }
-}
-
-} // namespace
 
 bool ParameterEditor::setKey(int row)
 {
     Parameter* p = model->parameterAt(row);
     if (!p || ParamTableModel::isSpecial(*p) || !p->isNumeric()) return false;
-    Parameter keyed;
-    keysOf(p->text, keyed.keys);
-    keyed.setKey(simState ? double(simState->frame) : 0.0, fieldNumber(*p));
-    if (keyed.text == p->text) return false;
-    ParamTableModel::pushEdit(model->target, p->key, p->text, keyed.text);
+    const std::string text = textWithKey(*p, simState ? double(simState->frame) : 0.0, fieldValue(*p));
+    if (text == p->text) return false;
+    ParamTableModel::pushEdit(model->target, p->key, p->text, text);
     return true;
 }
 
 bool ParameterEditor::deleteKey(int row)
 {
     Parameter* p = model->parameterAt(row);
-    Parameter rest;
-    if (!p || !p->isNumeric() || !keysOf(p->text, rest.keys)) return false;
+    if (!p || !p->isNumeric()) return false;
     const double frame = simState ? double(simState->frame) : 0.0;
-    auto it = rest.keys.begin();
-    while (it != rest.keys.end() && std::fabs(it->first - frame) >= 0.5) ++it;
-    if (it == rest.keys.end()) {
+    std::string text;
+    if (!textWithoutKey(*p, frame, text)) {
         std::printf("no key at frame %g.\n", frame);
         return false;
     }
-    const double removed = it->first;
-    const double removedValue = it->second.second;
-    std::map<double, std::pair<double, double>> keys = rest.keys;
-    keys.erase(removed);
-    rest.keys.clear();
-    rest.text.clear();
-    for (const auto& k : keys) rest.setKey(k.first, k.second.second);
-    // Without keys left the row keeps the last key's value as a plain number.
-    const std::string text = keys.empty() ? p->clampedText(Parameter::trimmedNumber(removedValue)) : rest.text;
     ParamTableModel::pushEdit(model->target, p->key, p->text, text);
     return true;
 }

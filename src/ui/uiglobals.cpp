@@ -74,9 +74,3 @@ ParameterSet* parameterSetOf(const SelectionEntry& entry)
     SceneObject* object = simulation->findByName(entry.name);
     return object ? &object->params : nullptr;
 }
-
-ParameterSet* selectedParameterSet()
-{
-    if (!simulation || simulation->selection.empty()) return nullptr;
-    return parameterSetOf(simulation->selection.front());
-}

@@ -58,5 +58,3 @@ std::vector<SelectionEntry> currentSelection();
 SelectionEntry selectionEntryFor(const std::string& name);
 // The rows of an entry's object or node, found by name; null when it is gone.
 ParameterSet* parameterSetOf(const SelectionEntry& entry);
-// The rows of the first selected entry; null with no selection.
-ParameterSet* selectedParameterSet();
