@@ -46,15 +46,7 @@ size_t DustEmitNode::emit(Body& target, const BodyPtr& emitter)
     const PointData& src = *emitter->points;
     PointData& dst = *target.points;
     const PointExpression* mask = nullptr;
-    Parameter* enabledRow = params.get("enabled");
-    if (enabledRow && enabledRow->isPerPoint) {
-        mask = dynamicnodes::perPointProgram(enabledRow, emitter);
-        if (!mask) {
-            std::printf("%s: the per-point enabled expression doesn't compile; nothing emitted.\n",
-                        name().c_str());
-            return 0;
-        }
-    }
+    if (!dynamicnodes::enabledMask(*this, emitter, mask)) return 0;
     const PointExpression* amountAt = dynamicnodes::perPointProgram(params.get("emissionAmount"), emitter);
     const PointExpression* trailAt = dynamicnodes::perPointProgram(params.get("trailLength"), emitter);
     const PointExpression* jitterAt = dynamicnodes::perPointProgram(params.get("jitter"), emitter);

@@ -3,10 +3,12 @@
 #pragma once
 
 #include "geo/body.h"
+#include "graph/basenode.h"
 #include "params/parameter.h"
 #include "params/pointexpression.h"
 
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 
 namespace dynamicnodes {
@@ -37,6 +39,20 @@ inline const PointExpression* perPointProgram(Parameter* row, const BodyPtr& bod
     row->setPointExpression(body);
     if (!row->pointExpression || !row->pointExpression->valid()) return nullptr;
     return row->pointExpression.get();
+}
+
+// The per-point form of a node's "enabled" row over `body`: `mask` is its program, or null
+// when the row is a plain value. false (with one printed line) when the row is per point
+// but its program doesn't compile: then the node emits nothing.
+inline bool enabledMask(BaseNode& node, const BodyPtr& body, const PointExpression*& mask)
+{
+    Parameter* row = node.params.get("enabled");
+    mask = perPointProgram(row, body);
+    if (row && row->isPerPoint && !mask) {
+        std::printf("%s: the per-point enabled expression doesn't compile; nothing emitted.\n", node.name().c_str());
+        return false;
+    }
+    return true;
 }
 
 // One step of a held particle Body: v += force / 0.014 * dt * forceScale where there is a

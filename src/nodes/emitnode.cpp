@@ -60,15 +60,7 @@ size_t EmitNode::emit(Body& target, const BodyPtr& source)
     const PointData& src = *source->points;
     PointData& dst = *target.points;
     const PointExpression* mask = nullptr;
-    Parameter* enabledRow = params.get("enabled");
-    if (enabledRow && enabledRow->isPerPoint) {
-        mask = dynamicnodes::perPointProgram(enabledRow, source);
-        if (!mask) {
-            std::printf("%s: the per-point enabled expression doesn't compile; nothing emitted.\n",
-                        name().c_str());
-            return 0;
-        }
-    }
+    if (!dynamicnodes::enabledMask(*this, source, mask)) return 0;
     // The listed attributes that the source has: made on the target when missing there.
     std::vector<std::string> names;
     for (const std::string& word : splitBlanks(copyAttribs)) {
