@@ -75,6 +75,7 @@ void SPHSolverNode::reset()
     sortedVel = {};
     sortedDensity = {};
     sortedPressure = {};
+    scratch = {};
     maxSpeed = 0.f;
 }
 
@@ -147,18 +148,10 @@ void SPHSolverNode::solve(Body& body, float dt)
     }
 
     if (print) std::printf("gather\n");
-    hash.cellSize = h;
-    sortedPos.resize(n);
-    sortedVel.resize(n);
     sortedDensity.resize(n);
     sortedPressure.resize(n);
-    buildParticleHash(pts.P.data(), n, hash, hashKeys, sortedOrder, cellStart, cellEnd, threads);
-#pragma omp parallel for schedule(static) num_threads(threads)
-    for (int64_t k = 0; k < count; ++k) {
-        const uint32_t i = sortedOrder[size_t(k)];
-        sortedPos[size_t(k)] = pts.P[i];
-        sortedVel[size_t(k)] = pts.v[i];
-    }
+    sphSortParticles(pts.P.data(), pts.v.data(), n, h, hash, hashKeys, sortedOrder, cellStart, cellEnd, sortedPos,
+                     sortedVel, scratch, threads);
 
     SphPassData data;
     data.count = n;
@@ -170,6 +163,7 @@ void SPHSolverNode::solve(Body& body, float dt)
     data.hash = hash;
     data.sortedDensity = sortedDensity.data();
     data.sortedPressure = sortedPressure.data();
+    data.scratch = &scratch;
     data.force = force.data();
     if (const FloatArray* a = channelOf<FloatArray>(pts, "viscosity", ATTRIB_FLOAT))
         data.viscosity = a->data();

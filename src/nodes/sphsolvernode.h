@@ -6,6 +6,7 @@
 
 #include "graph/geonode.h"
 #include "particles/particlehash.h"
+#include "particles/sphkernels.h"
 
 #include <cstdint>
 #include <vector>
@@ -50,6 +51,7 @@ public:
     VecArray sortedVel;
     std::vector<float> sortedDensity;
     std::vector<float> sortedPressure;
+    SphScratch scratch;
 
 private:
     void updateDerived();

@@ -72,11 +72,12 @@ struct CellHasher {
     uint64_t magic;
 };
 
-// Visits the slots of the 27 cells round p: z outermost from -1 to +1, then y, then x;
-// each bucket's slots ascending. Two cells that share a bucket are visited twice.
+// Visits the slot runs of the 27 cells round p as visit(first, last), both inclusive: z
+// outermost from -1 to +1, then y, then x; empty buckets are skipped. Two cells that share
+// a bucket are visited twice.
 template <class Visit>
-inline void forEachNeighbourSlot(const Vec4f& p, const CellHasher& hasher, const uint32_t* cellStart,
-                                 const uint32_t* cellEnd, Visit&& visit)
+inline void forEachNeighbourRun(const Vec4f& p, const CellHasher& hasher, const uint32_t* cellStart,
+                                const uint32_t* cellEnd, Visit&& visit)
 {
     const int32_t cx = hashCellCoord(p.x, hasher.cellSize);
     const int32_t cy = hashCellCoord(p.y, hasher.cellSize);
@@ -89,12 +90,21 @@ inline void forEachNeighbourSlot(const Vec4f& p, const CellHasher& hasher, const
                                                  int32_t(uint32_t(cy) + uint32_t(dy)),
                                                  int32_t(uint32_t(cz) + uint32_t(dz)));
                 const uint32_t start = cellStart[b];
-                if (start == kEmptyBucket) continue;
-                const uint32_t end = cellEnd[b];
-                for (uint32_t slot = start; slot <= end; ++slot) visit(slot);
+                if (start != kEmptyBucket) visit(start, cellEnd[b]);
             }
         }
     }
+}
+
+// Visits the slots of the 27 cells round p in the order of forEachNeighbourRun, each
+// bucket's slots ascending.
+template <class Visit>
+inline void forEachNeighbourSlot(const Vec4f& p, const CellHasher& hasher, const uint32_t* cellStart,
+                                 const uint32_t* cellEnd, Visit&& visit)
+{
+    forEachNeighbourRun(p, hasher, cellStart, cellEnd, [&](uint32_t first, uint32_t last) {
+        for (uint32_t slot = first; slot <= last; ++slot) visit(slot);
+    });
 }
 
 // keys[i] = bucket of positions[i], order[i] = i, in parallel.

@@ -1,20 +1,132 @@
-// The SPH density and force passes over sorted slots, parallel with a static partition.
+// The SPH density and force passes over sorted slots. The density pass runs over chunks of
+// slots in parallel; on processors with AVX2 its candidate test is 8 lanes wide over the
+// component arrays. The force pass reads the pairs the density pass recorded, so it does
+// no search and no distance rejection of its own.
 #include "particles/sphkernels.h"
 
 #include <algorithm>
 #include <cmath>
 
+#if defined(__x86_64__) && defined(__GNUC__)
+#include <immintrin.h>
+#define QORVA_SPH_AVX2 1
+#endif
+
 namespace {
 
 const double kPi = std::atan2(0.0, -1.0);
 
-// Squared distance beyond which a pair can't be within the kernel radius: the exact test
-// (with the distance offset) still follows for the pairs that pass, so the slack only
-// spares the square roots of the far candidates.
-float rejectDistance2(const SphConstants& k)
+// Grids of more cells than this many per particle fall back to the bucket hash.
+constexpr size_t kGridCellsPerParticle = 8;
+constexpr size_t kGridMinCells = size_t(1) << 20;
+
+// The slot runs [begin, end) of the 27 cells round p: 9 rows of the grid, or the distinct
+// buckets of the hash among the 27.
+struct Runs {
+    uint32_t begin[27];
+    uint32_t end[27];
+    int count = 0;
+    uint32_t candidates = 0;
+};
+
+void neighbourRuns(const SphPassData& d, const CellHasher& hasher, const Vec4f& p, Runs& runs)
+{
+    const SphScratch& s = *d.scratch;
+    if (s.gridInUse) {
+        s.grid.rowRuns(s.grid.cellIndex(p), runs.begin, runs.end);
+        runs.count = 9;
+    } else {
+        runs.count = 0;
+        forEachNeighbourRun(p, hasher, d.cellStart, d.cellEnd, [&](uint32_t first, uint32_t last) {
+            // Two of the 27 cells may share a bucket: its particles count once.
+            for (int r = 0; r < runs.count; ++r)
+                if (runs.begin[r] == first) return;
+            runs.begin[runs.count] = first;
+            runs.end[runs.count] = last + 1;
+            ++runs.count;
+        });
+    }
+    runs.candidates = 0;
+    for (int r = 0; r < runs.count; ++r) runs.candidates += runs.end[r] - runs.begin[r];
+}
+
+// Sum of (h^2 - d^2)^3 over the candidates with d = |p - q| + offset < h, other than
+// `self`; their slots go to out[used...].
+float densitySumScalar(const SphConstants& k, const SphScratch& s, uint32_t self, const Vec4f& p, const Runs& runs,
+                       uint32_t* out, uint32_t& used)
 {
     const float cut = std::max(k.h - k.distanceOffset, 0.f);
-    return cut * cut * 1.0001f;
+    const float reject2 = cut * cut * 1.0001f; // spares the far candidates' square roots
+    float sum = 0.f;
+    for (int r = 0; r < runs.count; ++r) {
+        for (uint32_t j = runs.begin[r]; j < runs.end[r]; ++j) {
+            const float dx = p.x - s.x[j], dy = p.y - s.y[j], dz = p.z - s.z[j];
+            const float r2 = dx * dx + dy * dy + dz * dz;
+            if (r2 > reject2 || j == self) continue;
+            const float dist = std::sqrt(r2) + k.distanceOffset;
+            if (dist < k.h) {
+                const float w = k.h2 - dist * dist;
+                sum += w * w * w;
+                out[used++] = j;
+            }
+        }
+    }
+    return sum;
+}
+
+#ifdef QORVA_SPH_AVX2
+__attribute__((target("avx2,fma"))) float densitySumAvx2(const SphConstants& k, const SphScratch& s, uint32_t self,
+                                                         const Vec4f& p, const Runs& runs, uint32_t* out,
+                                                         uint32_t& used)
+{
+    const __m256 px = _mm256_set1_ps(p.x), py = _mm256_set1_ps(p.y), pz = _mm256_set1_ps(p.z);
+    const __m256 h = _mm256_set1_ps(k.h), h2 = _mm256_set1_ps(k.h2), offset = _mm256_set1_ps(k.distanceOffset);
+    const __m256i lanes = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+    const __m256i selfv = _mm256_set1_epi32(int32_t(self));
+    const float* X = s.x.data();
+    const float* Y = s.y.data();
+    const float* Z = s.z.data();
+    __m256 acc = _mm256_setzero_ps();
+    for (int r = 0; r < runs.count; ++r) {
+        const __m256i endv = _mm256_set1_epi32(int32_t(runs.end[r]));
+        for (uint32_t j = runs.begin[r]; j < runs.end[r]; j += 8) {
+            const __m256i idx = _mm256_add_epi32(_mm256_set1_epi32(int32_t(j)), lanes);
+            const __m256 dx = _mm256_sub_ps(px, _mm256_loadu_ps(X + j));
+            const __m256 dy = _mm256_sub_ps(py, _mm256_loadu_ps(Y + j));
+            const __m256 dz = _mm256_sub_ps(pz, _mm256_loadu_ps(Z + j));
+            const __m256 r2 = _mm256_fmadd_ps(dz, dz, _mm256_fmadd_ps(dy, dy, _mm256_mul_ps(dx, dx)));
+            const __m256 dist = _mm256_add_ps(_mm256_sqrt_ps(r2), offset);
+            // Lanes past the run's end and the slot itself don't count.
+            const __m256i valid = _mm256_andnot_si256(_mm256_cmpeq_epi32(idx, selfv), _mm256_cmpgt_epi32(endv, idx));
+            const __m256 close = _mm256_and_ps(_mm256_cmp_ps(dist, h, _CMP_LT_OQ), _mm256_castsi256_ps(valid));
+            const __m256 w = _mm256_fnmadd_ps(dist, dist, h2);
+            acc = _mm256_add_ps(acc, _mm256_and_ps(close, _mm256_mul_ps(_mm256_mul_ps(w, w), w)));
+            for (unsigned bits = unsigned(_mm256_movemask_ps(close)); bits; bits &= bits - 1)
+                out[used++] = j + uint32_t(__builtin_ctz(bits));
+        }
+    }
+    const __m128 half = _mm_add_ps(_mm256_castps256_ps128(acc), _mm256_extractf128_ps(acc, 1));
+    const __m128 pair = _mm_add_ps(half, _mm_movehl_ps(half, half));
+    return _mm_cvtss_f32(_mm_add_ss(pair, _mm_shuffle_ps(pair, pair, 1)));
+}
+
+bool haveAvx2()
+{
+    static const bool yes = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
+    return yes;
+}
+#endif
+
+// cos(x) for x in [0, pi/2]: the Taylor series to x^12, within 1e-8 there. The pair
+// distances of the force pass keep d * wave below pi/2.
+inline float cosQuarterTurn(float x)
+{
+    const float x2 = x * x;
+    return 1.f +
+           x2 * (-1.f / 2.f +
+                 x2 * (1.f / 24.f +
+                       x2 * (-1.f / 720.f +
+                             x2 * (1.f / 40320.f + x2 * (-1.f / 3628800.f + x2 * (1.f / 479001600.f))))));
 }
 
 } // namespace
@@ -45,94 +157,146 @@ SphConstants makeSphConstants(float h, float mass, float restDensity, float pres
     return k;
 }
 
+void sphSortParticles(const Vec4f* P, const Vec4f* v, size_t count, float h, ParticleHash& hash,
+                      std::vector<uint32_t>& keys, std::vector<uint32_t>& order, std::vector<uint32_t>& cellStart,
+                      std::vector<uint32_t>& cellEnd, std::vector<Vec4f>& sortedPos, std::vector<Vec4f>& sortedVel,
+                      SphScratch& scratch, int numThreads)
+{
+    const int threads = std::max(1, numThreads);
+    hash.cellSize = h;
+    const size_t maxCells = std::max(kGridMinCells, count * kGridCellsPerParticle);
+    scratch.gridInUse = scratch.allowGrid && scratch.grid.fit(P, count, h, maxCells, threads);
+    if (scratch.gridInUse)
+        scratch.grid.sort(P, count, keys, order, threads);
+    else
+        buildParticleHash(P, count, hash, keys, order, cellStart, cellEnd, threads);
+
+    sortedPos.resize(count);
+    sortedVel.resize(count);
+    const size_t padded = count + SphScratch::kPadding;
+    scratch.x.resize(padded, 0.f);
+    scratch.y.resize(padded, 0.f);
+    scratch.z.resize(padded, 0.f);
+    const int64_t n = int64_t(count);
+#pragma omp parallel for schedule(static) num_threads(threads)
+    for (int64_t k = 0; k < n; ++k) {
+        const uint32_t i = order[size_t(k)];
+        const Vec4f p = P[i];
+        sortedPos[size_t(k)] = p;
+        sortedVel[size_t(k)] = v ? v[i] : Vec4f();
+        scratch.x[size_t(k)] = p.x;
+        scratch.y[size_t(k)] = p.y;
+        scratch.z[size_t(k)] = p.z;
+    }
+}
+
 void sphDensityPass(const SphConstants& k, SphPassData& d, int numThreads)
 {
-    const float reject2 = rejectDistance2(k);
+    SphScratch& s = *d.scratch;
     const CellHasher hasher(d.hash);
-    const int64_t n = int64_t(d.count);
-#pragma omp parallel for schedule(static) num_threads(std::max(1, numThreads))
-    for (int64_t s = 0; s < n; ++s) {
-        const uint32_t slot = uint32_t(s);
-        const Vec4f p = d.sortedPos[slot];
-        float sum = k.densitySeed;
-        forEachNeighbourSlot(p, hasher, d.cellStart, d.cellEnd, [&](uint32_t other) {
-            if (other == slot) return;
-            const Vec4f q = d.sortedPos[other];
-            const float dx = p.x - q.x, dy = p.y - q.y, dz = p.z - q.z;
-            const float r2 = dx * dx + dy * dy + dz * dz;
-            if (r2 > reject2) return;
-            const float dist = std::sqrt(r2) + k.distanceOffset;
-            if (dist < k.h) {
-                const float w = k.h2 - dist * dist;
-                sum += w * w * w;
-            }
-        });
-        const float density = k.densityCoef * sum + kSphDensityFloor;
-        const float pressure = sphPressure(density, k.restDensity, k.pressureScale);
-        d.sortedDensity[slot] = density;
-        d.sortedPressure[slot] = pressure;
-        const uint32_t i = d.sortedOrder[slot];
-        if (d.density) d.density[i] = density;
-        if (d.pressure) d.pressure[i] = pressure;
+    const uint32_t chunkSlots = SphScratch::kChunkSlots;
+    const int64_t chunks = int64_t((d.count + chunkSlots - 1) / chunkSlots);
+    if (s.chunks.size() < size_t(chunks)) s.chunks.resize(size_t(chunks));
+#ifdef QORVA_SPH_AVX2
+    const bool wide = s.allowWide && haveAvx2();
+#endif
+#pragma omp parallel for schedule(dynamic, 4) num_threads(std::max(1, numThreads))
+    for (int64_t c = 0; c < chunks; ++c) {
+        SphScratch::Chunk& chunk = s.chunks[size_t(c)];
+        chunk.offsets.resize(chunkSlots + 1);
+        const uint32_t first = uint32_t(c) * chunkSlots;
+        const uint32_t last = std::min(uint32_t(d.count), first + chunkSlots);
+        uint32_t used = 0;
+        Runs runs;
+        for (uint32_t slot = first; slot < last; ++slot) {
+            chunk.offsets[slot - first] = used;
+            const Vec4f p = d.sortedPos[slot];
+            neighbourRuns(d, hasher, p, runs);
+            // Room for every candidate plus the 8-wide loop's overshoot.
+            const size_t need = size_t(used) + runs.candidates + 8;
+            if (chunk.pairs.size() < need) chunk.pairs.resize(std::max(need, chunk.pairs.size() * 2));
+            uint32_t* out = chunk.pairs.data();
+#ifdef QORVA_SPH_AVX2
+            const float sum = wide ? densitySumAvx2(k, s, slot, p, runs, out, used)
+                                   : densitySumScalar(k, s, slot, p, runs, out, used);
+#else
+            const float sum = densitySumScalar(k, s, slot, p, runs, out, used);
+#endif
+            const float density = k.densityCoef * (k.densitySeed + sum) + kSphDensityFloor;
+            const float pressure = sphPressure(density, k.restDensity, k.pressureScale);
+            d.sortedDensity[slot] = density;
+            d.sortedPressure[slot] = pressure;
+            const uint32_t i = d.sortedOrder[slot];
+            if (d.density) d.density[i] = density;
+            if (d.pressure) d.pressure[i] = pressure;
+        }
+        chunk.offsets[last - first] = used;
     }
 }
 
 void sphForcePass(const SphConstants& k, SphPassData& d, int numThreads)
 {
-    const float reject2 = rejectDistance2(k);
-    const CellHasher hasher(d.hash);
-    const int64_t n = int64_t(d.count);
+    const SphScratch& s = *d.scratch;
+    const uint32_t chunkSlots = SphScratch::kChunkSlots;
+    const int64_t chunks = int64_t((d.count + chunkSlots - 1) / chunkSlots);
     const float* viscosity = d.viscosity;
     const float* tension = d.surfaceTension;
-#pragma omp parallel for schedule(static) num_threads(std::max(1, numThreads))
-    for (int64_t s = 0; s < n; ++s) {
-        const uint32_t slot = uint32_t(s);
-        const uint32_t i = d.sortedOrder[slot];
-        const Vec4f p = d.sortedPos[slot];
-        const Vec4f v = d.sortedVel[slot];
-        const float pi = d.sortedPressure[slot];
-        float sx = 0.f, sy = 0.f, sz = 0.f; // pressure, viscosity and stringiness
-        float tx = 0.f, ty = 0.f, tz = 0.f; // surface tension, outside the clamp
-        forEachNeighbourSlot(p, hasher, d.cellStart, d.cellEnd, [&](uint32_t other) {
-            if (other == slot) return;
-            const Vec4f q = d.sortedPos[other];
-            const float rx = p.x - q.x, ry = p.y - q.y, rz = p.z - q.z;
-            const float r2 = rx * rx + ry * ry + rz * rz;
-            if (r2 > reject2) return;
-            const float len = std::sqrt(r2);
-            const float dist = len + k.distanceOffset;
-            // Coincident particles without an offset have no direction: no pair force.
-            if (!(dist < k.h) || !(dist > 0.f)) return;
-            const uint32_t j = d.sortedOrder[other];
-            const float invDist = 1.f / dist;
-            const float dirx = rx * invDist, diry = ry * invDist, dirz = rz * invDist;
-            const Vec4f w = d.sortedVel[other];
-            const float ux = w.x - v.x, uy = w.y - v.y, uz = w.z - v.z;
-            const float a = k.h - dist;
-            const float press = (pi + d.sortedPressure[other]) * -0.5f * k.spikyGrad * a * a * invDist;
-            const float visc = viscosity ? (viscosity[i] + viscosity[j]) * k.invR * 0.5f * k.viscLap * a
-                                         : k.viscLap * k.visc * a;
-            const float str = k.viscLap * k.string * a * (ux * rx + uy * ry + uz * rz);
-            const float share = k.mass / d.sortedDensity[other];
-            sx += (press * rx + visc * ux + str * dirx) * share;
-            sy += (press * ry + visc * uy + str * diry) * share;
-            sz += (press * rz + visc * uz + str * dirz) * share;
-            const float weight = tension ? (tension[i] + tension[j]) * 0.5f : k.surfaceTension;
-            const float pull = std::cos(dist * k.wave) * weight;
-            tx -= pull * dirx;
-            ty -= pull * diry;
-            tz -= pull * dirz;
-        });
-        const float len2 = sx * sx + sy * sy + sz * sz;
-        if (len2 > k.clampForce * k.clampForce) {
-            const float scale = k.clampForce / std::sqrt(len2);
-            sx *= scale;
-            sy *= scale;
-            sz *= scale;
+    const float pressureCoef = -0.5f * k.spikyGrad;
+#pragma omp parallel for schedule(dynamic, 4) num_threads(std::max(1, numThreads))
+    for (int64_t c = 0; c < chunks; ++c) {
+        const SphScratch::Chunk& chunk = s.chunks[size_t(c)];
+        const uint32_t first = uint32_t(c) * chunkSlots;
+        const uint32_t last = std::min(uint32_t(d.count), first + chunkSlots);
+        for (uint32_t slot = first; slot < last; ++slot) {
+            const uint32_t i = d.sortedOrder[slot];
+            const Vec4f p = d.sortedPos[slot];
+            const Vec4f v = d.sortedVel[slot];
+            const float pi = d.sortedPressure[slot];
+            float sx = 0.f, sy = 0.f, sz = 0.f; // pressure, viscosity and stringiness
+            float tx = 0.f, ty = 0.f, tz = 0.f; // surface tension, outside the clamp
+            const uint32_t* list = chunk.pairs.data() + chunk.offsets[slot - first];
+            const uint32_t* listEnd = chunk.pairs.data() + chunk.offsets[slot - first + 1];
+            for (; list != listEnd; ++list) {
+                const uint32_t other = *list;
+                const Vec4f q = d.sortedPos[other];
+                const float rx = p.x - q.x, ry = p.y - q.y, rz = p.z - q.z;
+                const float dist = std::sqrt(rx * rx + ry * ry + rz * rz) + k.distanceOffset;
+                // Coincident particles without an offset have no direction: no pair force.
+                if (!(dist < k.h) || !(dist > 0.f)) continue;
+                const float invDist = 1.f / dist;
+                const float dirx = rx * invDist, diry = ry * invDist, dirz = rz * invDist;
+                const Vec4f w = d.sortedVel[other];
+                const float ux = w.x - v.x, uy = w.y - v.y, uz = w.z - v.z;
+                const float a = k.h - dist;
+                const float press = (pi + d.sortedPressure[other]) * pressureCoef * a * a * invDist;
+                float visc = k.viscLap * k.visc * a;
+                float weight = k.surfaceTension;
+                if (viscosity || tension) {
+                    const uint32_t j = d.sortedOrder[other];
+                    if (viscosity) visc = (viscosity[i] + viscosity[j]) * k.invR * 0.5f * k.viscLap * a;
+                    if (tension) weight = (tension[i] + tension[j]) * 0.5f;
+                }
+                const float str = k.viscLap * k.string * a * (ux * rx + uy * ry + uz * rz);
+                const float share = k.mass / d.sortedDensity[other];
+                sx += (press * rx + visc * ux + str * dirx) * share;
+                sy += (press * ry + visc * uy + str * diry) * share;
+                sz += (press * rz + visc * uz + str * dirz) * share;
+                const float pull = cosQuarterTurn(dist * k.wave) * weight;
+                tx -= pull * dirx;
+                ty -= pull * diry;
+                tz -= pull * dirz;
+            }
+            const float len2 = sx * sx + sy * sy + sz * sz;
+            if (len2 > k.clampForce * k.clampForce) {
+                const float scale = k.clampForce / std::sqrt(len2);
+                sx *= scale;
+                sy *= scale;
+                sz *= scale;
+            }
+            Vec4f& f = d.force[i];
+            f.x += sx + tx;
+            f.y += sy + ty;
+            f.z += sz + tz;
         }
-        Vec4f& f = d.force[i];
-        f.x += sx + tx;
-        f.y += sy + ty;
-        f.z += sz + tz;
     }
 }

@@ -1,16 +1,20 @@
 // The density and pair-force maths of SPH, written once for the classic system and the
-// SPH-Solver node. Both passes walk the 27 hash cells round each sorted slot and act on
-// the pairs closer than the kernel radius h; a thread writes only its own slot's density
-// and pressure and its own particle's force. The two users differ in three small ways,
-// held as data in SphConstants: the distance offset, the start of the density sum, and
-// where `force` lives (passed in as an array either way).
+// SPH-Solver node. The density pass walks the 27 cells round each sorted slot (9 row runs
+// of the dense grid, or 27 hash buckets when the cloud is too spread out for a grid),
+// sums the pairs closer than the kernel radius h and records them; the force pass then
+// reads only those recorded pairs. A thread writes only its own slots' density, pressure
+// and lists and its own particles' force. The two users differ in three small ways, held
+// as data in SphConstants: the distance offset, the start of the density sum, and where
+// `force` lives (passed in as an array either way).
 #pragma once
 
 #include "geo/vec.h"
+#include "particles/cellgrid.h"
 #include "particles/particlehash.h"
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 // The density floor: added to every density so that the force pass may divide by it.
 constexpr float kSphDensityFloor = 50.f;
@@ -41,6 +45,35 @@ SphConstants makeSphConstants(float h, float mass, float restDensity, float pres
                               float viscosity, float stringiness, float surfaceTensionWeight,
                               float clampForce, bool nodeForm);
 
+// Working memory of the passes beside the sorted arrays: the dense grid, the sorted
+// positions by component (padded so that 8-wide loads past the end stay in bounds), and
+// the close pairs the density pass records for the force pass, in chunks of slots.
+struct SphScratch {
+    static constexpr uint32_t kChunkSlots = 512;
+    static constexpr size_t kPadding = 8;
+    struct Chunk {
+        std::vector<uint32_t> offsets; // kChunkSlots + 1 list starts
+        std::vector<uint32_t> pairs;   // the neighbours' sorted slots
+    };
+    CellGrid grid;
+    bool gridInUse = false;
+    // Switches for tests and measurements: the bucket hash even where a grid fits, and the
+    // scalar candidate loop even where the processor has AVX2.
+    bool allowGrid = true;
+    bool allowWide = true;
+    std::vector<float> x, y, z;
+    std::vector<Chunk> chunks;
+};
+
+// The particles sorted for the passes: the dense grid when the cloud fits one (keys are
+// then cell indices and cellStart/cellEnd are left alone), else the bucket hash. Fills
+// order, keys, the sorted copies of position and velocity (velocity zero when v is null)
+// and the scratch's component arrays.
+void sphSortParticles(const Vec4f* P, const Vec4f* v, size_t count, float h, ParticleHash& hash,
+                      std::vector<uint32_t>& keys, std::vector<uint32_t>& order, std::vector<uint32_t>& cellStart,
+                      std::vector<uint32_t>& cellEnd, std::vector<Vec4f>& sortedPos, std::vector<Vec4f>& sortedVel,
+                      SphScratch& scratch, int numThreads);
+
 // The arrays both passes read and write. Slots are those of the hash: sortedOrder maps a
 // slot to its particle index.
 struct SphPassData {
@@ -60,6 +93,8 @@ struct SphPassData {
     // pass to its per-particle form for that term.
     const float* viscosity = nullptr;
     const float* surfaceTension = nullptr;
+    // The grid, component arrays and pair lists; the force pass needs the density pass's lists.
+    SphScratch* scratch = nullptr;
 };
 
 // Pressure from density: only compression pushes; at rest density and below it is 0.
@@ -70,4 +105,5 @@ inline float sphPressure(float density, float restDensity, float pressureScale)
 }
 
 void sphDensityPass(const SphConstants& k, SphPassData& data, int numThreads);
+// Reads the pairs the density pass of the same positions recorded.
 void sphForcePass(const SphConstants& k, SphPassData& data, int numThreads);

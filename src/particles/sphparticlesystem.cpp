@@ -251,6 +251,7 @@ void SimpleSPHParticleSystem::reset()
     sortedVel.clear();
     sortedDensity.clear();
     sortedPressure.clear();
+    scratch = {};
     contactDist.clear();
     queryHashReady = false;
     lastParticleCount = 0;

@@ -11,6 +11,7 @@
 #include "geo/body.h"
 #include "particles/objectlinks.h"
 #include "particles/particlehash.h"
+#include "particles/sphkernels.h"
 
 #include <cstdint>
 #include <string>
@@ -155,6 +156,7 @@ public:
     VecArray sortedVel;
     std::vector<float> sortedDensity; // the density pass's results, for the force pass
     std::vector<float> sortedPressure;
+    SphScratch scratch;             // grid, component copies and pair lists of the passes
     std::vector<float> contactDist; // by particle index, for the collide pass
     bool queryHashReady = false;    // hashKeys/sortedOrder describe the current positions
 

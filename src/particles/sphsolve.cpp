@@ -33,14 +33,8 @@ void SimpleSPHParticleSystem::solveOnCpu()
     dropNonFinite();
     const size_t n = particleCount();
     if (n == 0) return;
-    if (sortedPos.size() != n) {
-        hashKeys.resize(n);
-        sortedOrder.resize(n);
-        sortedPos.resize(n);
-        sortedVel.resize(n);
-        sortedDensity.resize(n);
-        sortedPressure.resize(n);
-    }
+    sortedDensity.resize(n);
+    sortedPressure.resize(n);
     const bool scaled = sceneScale != 1.f && sceneScale > 0.f && std::isfinite(sceneScale);
     if (scaled) scaleParticles(sceneScale);
     searchNeighbours();
@@ -95,17 +89,8 @@ void SimpleSPHParticleSystem::scaleParticles(float factor)
 void SimpleSPHParticleSystem::searchNeighbours()
 {
     const size_t n = particleCount();
-    hash.cellSize = kernelRadius;
-    buildParticleHash(ch.P->data(), n, hash, hashKeys, sortedOrder, cellStart, cellEnd, threadCount(false));
-    const VecArray& P = *ch.P;
-    const VecArray* v = ch.v;
-    const int64_t count = int64_t(n);
-#pragma omp parallel for schedule(static) num_threads(threadCount(false))
-    for (int64_t k = 0; k < count; ++k) {
-        const uint32_t i = sortedOrder[size_t(k)];
-        sortedPos[size_t(k)] = P[i];
-        sortedVel[size_t(k)] = v ? (*v)[i] : Vec4f();
-    }
+    sphSortParticles(ch.P->data(), ch.v ? ch.v->data() : nullptr, n, kernelRadius, hash, hashKeys, sortedOrder,
+                     cellStart, cellEnd, sortedPos, sortedVel, scratch, threadCount(false));
 }
 
 namespace {
@@ -122,6 +107,7 @@ SphPassData passData(SimpleSPHParticleSystem& s)
     d.hash = s.hash;
     d.sortedDensity = s.sortedDensity.data();
     d.sortedPressure = s.sortedPressure.data();
+    d.scratch = &s.scratch;
     d.density = s.ch.density && s.ch.density->size() == d.count ? s.ch.density->data() : nullptr;
     d.pressure = s.ch.pressure && s.ch.pressure->size() == d.count ? s.ch.pressure->data() : nullptr;
     d.force = s.ch.force && s.ch.force->size() == d.count ? s.ch.force->data() : nullptr;

@@ -1,0 +1,215 @@
+// The SPH neighbour search and passes: the dense cell grid's runs against the cells they
+// stand for, and density, pair lists and forces from every search path (grid or bucket
+// hash, 8-wide or scalar candidate loop) against a brute-force pair search.
+#include "particles/cellgrid.h"
+#include "particles/sphkernels.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <random>
+#include <vector>
+
+namespace {
+
+constexpr float kH = 0.1f;
+
+// A random cloud round the origin (negative coordinates included), dense enough for
+// about 30 neighbours within kH, with some particles exactly on cell faces.
+std::vector<Vec4f> cloud(size_t count, unsigned seed)
+{
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<float> u(-0.25f, 0.2f);
+    std::vector<Vec4f> out(count);
+    for (Vec4f& p : out) p = Vec4f(u(rng), u(rng), u(rng), 0.f);
+    for (size_t i = 0; i < count; i += 17) out[i].x = std::round(out[i].x / kH) * kH;
+    return out;
+}
+
+std::vector<Vec4f> velocities(size_t count, unsigned seed)
+{
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<float> u(-1.f, 1.f);
+    std::vector<Vec4f> out(count);
+    for (Vec4f& v : out) v = Vec4f(u(rng), u(rng), u(rng), 0.f);
+    return out;
+}
+
+struct PassResult {
+    bool grid = false;
+    std::vector<float> density; // by particle
+    std::vector<Vec4f> force;   // by particle
+    size_t pairs = 0;
+};
+
+PassResult runPasses(const std::vector<Vec4f>& P, const std::vector<Vec4f>& v, bool allowGrid, bool allowWide,
+                     int threads)
+{
+    const size_t n = P.size();
+    ParticleHash hash;
+    std::vector<uint32_t> keys, order, cellStart, cellEnd;
+    std::vector<Vec4f> sortedPos, sortedVel;
+    SphScratch scratch;
+    scratch.allowGrid = allowGrid;
+    scratch.allowWide = allowWide;
+    sphSortParticles(P.data(), v.data(), n, kH, hash, keys, order, cellStart, cellEnd, sortedPos, sortedVel, scratch,
+                     threads);
+    std::vector<float> sortedDensity(n), sortedPressure(n);
+    PassResult r;
+    r.grid = scratch.gridInUse;
+    r.density.assign(n, 0.f);
+    r.force.assign(n, Vec4f());
+    SphPassData d;
+    d.count = n;
+    d.sortedPos = sortedPos.data();
+    d.sortedVel = sortedVel.data();
+    d.sortedOrder = order.data();
+    d.cellStart = cellStart.data();
+    d.cellEnd = cellEnd.data();
+    d.hash = hash;
+    d.sortedDensity = sortedDensity.data();
+    d.sortedPressure = sortedPressure.data();
+    d.density = r.density.data();
+    d.force = r.force.data();
+    d.scratch = &scratch;
+    // A rest density below the cloud's, so that pressure is on and enters the forces.
+    const SphConstants k = makeSphConstants(kH, 0.001f, 300.f, 0.25f, 20.f, 0.15f, 0.5f, 0.05f, 1.0e6f, false);
+    sphDensityPass(k, d, threads);
+    sphForcePass(k, d, threads);
+    for (size_t c = 0; c * SphScratch::kChunkSlots < n; ++c)
+        r.pairs += scratch.chunks[c].offsets[std::min<size_t>(SphScratch::kChunkSlots, n - c * SphScratch::kChunkSlots)];
+    return r;
+}
+
+// Density by the formula over every pair, and the number of ordered close pairs.
+std::vector<float> bruteDensity(const std::vector<Vec4f>& P, size_t& pairs)
+{
+    const SphConstants k = makeSphConstants(kH, 0.001f, 300.f, 0.25f, 20.f, 0.15f, 0.5f, 0.05f, 1.0e6f, false);
+    std::vector<float> out(P.size());
+    pairs = 0;
+    for (size_t i = 0; i < P.size(); ++i) {
+        double sum = k.densitySeed;
+        for (size_t j = 0; j < P.size(); ++j) {
+            if (i == j) continue;
+            const Vec4f r = P[i] - P[j];
+            const float d = std::sqrt(r.dot3(r)) + k.distanceOffset;
+            if (d >= kH) continue;
+            const double w = double(k.h2) - double(d) * d;
+            sum += w * w * w;
+            ++pairs;
+        }
+        out[i] = float(double(k.densityCoef) * sum) + kSphDensityFloor;
+    }
+    return out;
+}
+
+TEST(CellGrid, RowRunsHoldExactlyTheParticlesOfTheTwentySevenCells)
+{
+    const std::vector<Vec4f> P = cloud(3000, 7);
+    CellGrid grid;
+    ASSERT_TRUE(grid.fit(P.data(), P.size(), kH, 1u << 20, 2));
+    std::vector<uint32_t> keys, order;
+    grid.sort(P.data(), P.size(), keys, order, 2);
+    ASSERT_EQ(grid.cellFirst.size(), size_t(grid.nx) * grid.ny * grid.nz + 1);
+    EXPECT_EQ(grid.cellFirst.back(), P.size());
+    auto cellOf = [&](const Vec4f& p) {
+        return std::array<int, 3>{int(std::floor(p.x / kH)), int(std::floor(p.y / kH)), int(std::floor(p.z / kH))};
+    };
+    for (size_t probe = 0; probe < P.size(); probe += 97) {
+        const auto c = cellOf(P[probe]);
+        uint32_t begin[9], end[9];
+        grid.rowRuns(grid.cellIndex(P[probe]), begin, end);
+        std::vector<uint32_t> listed;
+        for (int r = 0; r < 9; ++r)
+            for (uint32_t s = begin[r]; s < end[r]; ++s) listed.push_back(order[s]);
+        std::vector<uint32_t> expected;
+        for (uint32_t i = 0; i < P.size(); ++i) {
+            const auto o = cellOf(P[i]);
+            if (std::abs(o[0] - c[0]) <= 1 && std::abs(o[1] - c[1]) <= 1 && std::abs(o[2] - c[2]) <= 1)
+                expected.push_back(i);
+        }
+        std::sort(listed.begin(), listed.end());
+        ASSERT_EQ(listed, expected) << "probe " << probe;
+    }
+}
+
+TEST(CellGrid, RefusesABoxOfTooManyCellsAndNonsenseCellSizes)
+{
+    std::vector<Vec4f> P = cloud(100, 3);
+    CellGrid grid;
+    EXPECT_TRUE(grid.fit(P.data(), P.size(), kH, 1000, 1));
+    P.push_back(Vec4f(1000.f, 0.f, 0.f, 0.f));
+    EXPECT_FALSE(grid.fit(P.data(), P.size(), kH, 100000, 1));
+    EXPECT_TRUE(grid.fit(P.data(), P.size(), kH, 1000000, 1));
+    P.back() = Vec4f(3.0e12f, 0.f, 0.f, 0.f); // past any cell index
+    EXPECT_FALSE(grid.fit(P.data(), P.size(), kH, size_t(1) << 62, 1));
+    P.pop_back();
+    EXPECT_FALSE(grid.fit(P.data(), P.size(), 0.f, 1000000, 1));
+    EXPECT_FALSE(grid.fit(P.data(), 0, kH, 1000000, 1));
+}
+
+TEST(SphPasses, EverySearchPathFindsThePairsOfABruteForceSearch)
+{
+    const std::vector<Vec4f> P = cloud(2500, 11);
+    const std::vector<Vec4f> v = velocities(P.size(), 12);
+    size_t brutePairs = 0;
+    const std::vector<float> expected = bruteDensity(P, brutePairs);
+    ASSERT_GT(brutePairs, P.size() * 10) << "the cloud should be dense enough to test pairs";
+
+    const PassResult reference = runPasses(P, v, true, true, 2);
+    EXPECT_TRUE(reference.grid);
+    for (bool grid : {true, false}) {
+        for (bool wide : {true, false}) {
+            for (int threads : {1, 2}) {
+                SCOPED_TRACE(testing::Message() << "grid " << grid << " wide " << wide << " threads " << threads);
+                const PassResult r = runPasses(P, v, grid, wide, threads);
+                EXPECT_EQ(r.grid, grid);
+                EXPECT_EQ(r.pairs, brutePairs);
+                for (size_t i = 0; i < P.size(); ++i) {
+                    ASSERT_NEAR(r.density[i], expected[i], 1e-4f * expected[i]) << "particle " << i;
+                    const Vec4f a = r.force[i], b = reference.force[i];
+                    const float scale = 1e-4f * (1.f + b.length3());
+                    ASSERT_NEAR(a.x, b.x, scale) << "particle " << i;
+                    ASSERT_NEAR(a.y, b.y, scale) << "particle " << i;
+                    ASSERT_NEAR(a.z, b.z, scale) << "particle " << i;
+                }
+            }
+        }
+    }
+}
+
+TEST(SphPasses, AFarParticleSendsTheSearchToTheHashWithTheSameResults)
+{
+    std::vector<Vec4f> P = cloud(1500, 21);
+    P.push_back(Vec4f(5.0e4f, -3.0e4f, 1.0e4f, 0.f));
+    const std::vector<Vec4f> v = velocities(P.size(), 22);
+    size_t brutePairs = 0;
+    const std::vector<float> expected = bruteDensity(P, brutePairs);
+    const PassResult r = runPasses(P, v, true, true, 2);
+    EXPECT_FALSE(r.grid);
+    for (size_t i = 0; i < P.size(); ++i) ASSERT_NEAR(r.density[i], expected[i], 1e-4f * expected[i]);
+    // The lone particle has no neighbours: its density is the floor and the sum's seed.
+    EXPECT_GT(r.density.back(), kSphDensityFloor);
+    EXPECT_LT(r.density.back(), kSphDensityFloor + 0.1f);
+    EXPECT_EQ(r.force.back().length3(), 0.f);
+}
+
+TEST(SphPasses, ForcesOfAPairAreEqualAndOpposite)
+{
+    // Two particles alone: pressure, viscosity, stringiness and tension all act along
+    // the pair or on the velocity difference, so the forces cancel.
+    const std::vector<Vec4f> P = {Vec4f(0.01f, 0.02f, 0.f, 0.f), Vec4f(0.05f, 0.04f, 0.03f, 0.f)};
+    const std::vector<Vec4f> v = {Vec4f(1.f, 0.f, 0.f, 0.f), Vec4f(-0.5f, 0.3f, 0.f, 0.f)};
+    for (bool grid : {true, false}) {
+        const PassResult r = runPasses(P, v, grid, true, 1);
+        EXPECT_EQ(r.pairs, 2u);
+        EXPECT_GT(r.force[0].length3(), 0.f);
+        EXPECT_NEAR(r.force[0].x, -r.force[1].x, 1e-5f);
+        EXPECT_NEAR(r.force[0].y, -r.force[1].y, 1e-5f);
+        EXPECT_NEAR(r.force[0].z, -r.force[1].z, 1e-5f);
+    }
+}
+
+} // namespace
