@@ -44,8 +44,22 @@ struct PassResult {
     size_t pairs = 0;
 };
 
+// Per-particle coefficients for the force pass's per-particle form; empty for the plain form.
+struct Coefficients {
+    std::vector<float> viscosity, tension;
+};
+
+const SphConstants& constants(bool nodeForm = false)
+{
+    // A rest density below the cloud's, so that pressure is on and enters the forces.
+    static const SphConstants classic =
+        makeSphConstants(kH, 0.001f, 300.f, 0.25f, 20.f, 0.15f, 0.5f, 0.05f, 1.0e6f, false);
+    static const SphConstants node = makeSphConstants(kH, 0.001f, 300.f, 0.25f, 20.f, 0.15f, 0.5f, 0.05f, 1.0e6f, true);
+    return nodeForm ? node : classic;
+}
+
 PassResult runPasses(const std::vector<Vec4f>& P, const std::vector<Vec4f>& v, bool allowGrid, bool allowWide,
-                     int threads)
+                     int threads, const Coefficients& coefficients = {}, bool nodeForm = false)
 {
     const size_t n = P.size();
     ParticleHash hash;
@@ -74,8 +88,9 @@ PassResult runPasses(const std::vector<Vec4f>& P, const std::vector<Vec4f>& v, b
     d.density = r.density.data();
     d.force = r.force.data();
     d.scratch = &scratch;
-    // A rest density below the cloud's, so that pressure is on and enters the forces.
-    const SphConstants k = makeSphConstants(kH, 0.001f, 300.f, 0.25f, 20.f, 0.15f, 0.5f, 0.05f, 1.0e6f, false);
+    if (!coefficients.viscosity.empty()) d.viscosity = coefficients.viscosity.data();
+    if (!coefficients.tension.empty()) d.surfaceTension = coefficients.tension.data();
+    const SphConstants& k = constants(nodeForm);
     sphDensityPass(k, d, threads);
     sphForcePass(k, d, threads);
     for (size_t c = 0; c * SphScratch::kChunkSlots < n; ++c)
@@ -86,7 +101,7 @@ PassResult runPasses(const std::vector<Vec4f>& P, const std::vector<Vec4f>& v, b
 // Density by the formula over every pair, and the number of ordered close pairs.
 std::vector<float> bruteDensity(const std::vector<Vec4f>& P, size_t& pairs)
 {
-    const SphConstants k = makeSphConstants(kH, 0.001f, 300.f, 0.25f, 20.f, 0.15f, 0.5f, 0.05f, 1.0e6f, false);
+    const SphConstants& k = constants();
     std::vector<float> out(P.size());
     pairs = 0;
     for (size_t i = 0; i < P.size(); ++i) {
@@ -103,6 +118,17 @@ std::vector<float> bruteDensity(const std::vector<Vec4f>& P, size_t& pairs)
         out[i] = float(double(k.densityCoef) * sum) + kSphDensityFloor;
     }
     return out;
+}
+
+void expectSameForces(const PassResult& a, const PassResult& b)
+{
+    ASSERT_EQ(a.force.size(), b.force.size());
+    for (size_t i = 0; i < a.force.size(); ++i) {
+        const float scale = 1e-4f * (1.f + b.force[i].length3());
+        ASSERT_NEAR(a.force[i].x, b.force[i].x, scale) << "particle " << i;
+        ASSERT_NEAR(a.force[i].y, b.force[i].y, scale) << "particle " << i;
+        ASSERT_NEAR(a.force[i].z, b.force[i].z, scale) << "particle " << i;
+    }
 }
 
 TEST(CellGrid, RowRunsHoldExactlyTheParticlesOfTheTwentySevenCells)
@@ -167,15 +193,50 @@ TEST(SphPasses, EverySearchPathFindsThePairsOfABruteForceSearch)
                 const PassResult r = runPasses(P, v, grid, wide, threads);
                 EXPECT_EQ(r.grid, grid);
                 EXPECT_EQ(r.pairs, brutePairs);
-                for (size_t i = 0; i < P.size(); ++i) {
+                for (size_t i = 0; i < P.size(); ++i)
                     ASSERT_NEAR(r.density[i], expected[i], 1e-4f * expected[i]) << "particle " << i;
-                    const Vec4f a = r.force[i], b = reference.force[i];
-                    const float scale = 1e-4f * (1.f + b.length3());
-                    ASSERT_NEAR(a.x, b.x, scale) << "particle " << i;
-                    ASSERT_NEAR(a.y, b.y, scale) << "particle " << i;
-                    ASSERT_NEAR(a.z, b.z, scale) << "particle " << i;
-                }
+                expectSameForces(r, reference);
             }
+        }
+    }
+}
+
+TEST(SphPasses, PerParticleCoefficientsMatchThePlainFormAndBothLoops)
+{
+    const std::vector<Vec4f> P = cloud(2000, 31);
+    const std::vector<Vec4f> v = velocities(P.size(), 32);
+    const PassResult plain = runPasses(P, v, true, false, 2);
+    // Every particle carrying the system's own values is the plain form.
+    Coefficients same;
+    same.viscosity.assign(P.size(), 0.15f);
+    same.tension.assign(P.size(), 0.05f);
+    for (bool wide : {true, false}) expectSameForces(runPasses(P, v, true, wide, 2, same), plain);
+
+    Coefficients varied;
+    std::mt19937 rng(33);
+    std::uniform_real_distribution<float> u(0.f, 1.f);
+    for (size_t i = 0; i < P.size(); ++i) {
+        varied.viscosity.push_back(u(rng));
+        varied.tension.push_back(u(rng) * 0.2f);
+    }
+    const PassResult scalar = runPasses(P, v, true, false, 1, varied);
+    expectSameForces(runPasses(P, v, true, true, 2, varied), scalar);
+    double change = 0.0;
+    for (size_t i = 0; i < P.size(); ++i) change += (scalar.force[i] - plain.force[i]).length3();
+    EXPECT_GT(change, 1e-3) << "the coefficients should change the forces";
+}
+
+TEST(SphPasses, CoincidentParticlesOfTheNodeFormGetNoPairForce)
+{
+    const std::vector<Vec4f> P = {Vec4f(0.02f, 0.02f, 0.02f, 0.f), Vec4f(0.02f, 0.02f, 0.02f, 0.f)};
+    const std::vector<Vec4f> v = {Vec4f(1.f, 0.f, 0.f, 0.f), Vec4f(-1.f, 0.f, 0.f, 0.f)};
+    for (bool wide : {true, false}) {
+        const PassResult r = runPasses(P, v, true, wide, 1, {}, true);
+        EXPECT_EQ(r.pairs, 2u);
+        for (const Vec4f& f : r.force) {
+            EXPECT_EQ(f.x, 0.f);
+            EXPECT_EQ(f.y, 0.f);
+            EXPECT_EQ(f.z, 0.f);
         }
     }
 }
