@@ -1,14 +1,23 @@
 // The viewport under a virtual X server: what it draws of classic systems, colliders, the
 // grid and graph nodes, picking, the playblast capture, camera moves, gizmo drags with
 // their undo step, and a refresh that finds the classic data locked.
+// OpenVDB (and TBB under it) before Qt, whose `emit` keyword TBB's headers use as a name.
+#include <openvdb/openvdb.h>
+#include <openvdb/tools/LevelSetSphere.h>
+
 #include "uitestenv.h"
 
+#include "geo/body.h"
+#include "geo/volumedata.h"
 #include "graph/geonode.h"
 #include "graph/vbo.h"
 #include "particles/collisionobject.h"
 #include "particles/granularparticlesystem.h"
 #include "ui/openglwidget.h"
 #include "ui/transformcommand.h"
+#include "ui/uiglobals.h"
+#include "ui/viewportrenderer.h"
+#include "ui/viewportvolume.h"
 #include "ui/viewportoverlay.h"
 
 #include <gtest/gtest.h>
@@ -49,6 +58,19 @@ bool isSand(QRgb p)
 bool isGrey(QRgb p)
 {
     return qRed(p) > 70 && std::abs(qRed(p) - qGreen(p)) < 10 && std::abs(qGreen(p) - qBlue(p)) < 10;
+}
+
+// The selection's edge colour, give or take the rasteriser's blending.
+bool isHighlight(QRgb p)
+{
+    const QVector3D c = ViewportRenderer::highlightColor() * 255.f;
+    return std::abs(qRed(p) - int(c.x())) < 30 && std::abs(qGreen(p) - int(c.y())) < 30 &&
+           std::abs(qBlue(p) - int(c.z())) < 30;
+}
+
+bool isBlue(QRgb p)
+{
+    return qBlue(p) > 100 && qBlue(p) > qRed(p) + 40;
 }
 
 int differingPixels(const QImage& a, const QImage& b, QRect area)
@@ -184,6 +206,68 @@ TEST_F(GlViewport, GraphNodeShowsWhileVisible)
     node->visibility = false;
     const QImage hidden = grab();
     EXPECT_EQ(differingPixels(empty, hidden, centre), 0);
+}
+
+TEST_F(GlViewport, SelectionGetsEdgesAndWireframeDrawsEdgesOnly)
+{
+    boxCollider(0.f);
+    const QPointF box = screenOf(QVector3D(0.f, 0.f, 0.f));
+    const QImage plain = grab();
+    EXPECT_EQ(countPixels(plain, box, 60, isHighlight), 0);
+    const int filled = countPixels(plain, box, 60, isGrey);
+    EXPECT_GT(filled, 1000);
+
+    setSelection({selectionEntryFor("box")});
+    ASSERT_EQ(currentSelection().front().typeCode, kTypeCollider);
+    const QImage selected = grab();
+    EXPECT_GT(countPixels(selected, box, 60, isHighlight), 50);
+    EXPECT_GT(countPixels(selected, box, 60, isGrey), filled / 2) << "the faces stay shaded under the edges";
+
+    simulation->globalSettings->wireframeOnShaded = false;
+    EXPECT_EQ(countPixels(grab(), box, 60, isHighlight), 0);
+
+    // Edges only: the faces are gone, the selection keeps its edge colour.
+    simulation->globalSettings->wireframe = true;
+    const QImage wire = grab();
+    EXPECT_LT(countPixels(wire, box, 60, isGrey), filled / 4);
+    EXPECT_GT(countPixels(wire, box, 60, isHighlight), 50);
+    setSelection({});
+    EXPECT_EQ(countPixels(grab(), box, 60, isHighlight), 0);
+}
+
+TEST_F(GlViewport, VolumesShowAsPointsWithinTheBudget)
+{
+    // A fog cube of 20^3 voxels left of the centre and a level-set sphere right of it.
+    auto body = std::make_shared<Body>();
+    body->volumes = std::make_unique<VolumeData>();
+    openvdb::FloatGrid::Ptr fog = openvdb::FloatGrid::create(0.f);
+    fog->setTransform(openvdb::math::Transform::createLinearTransform(0.04));
+    fog->fill(openvdb::CoordBBox(openvdb::Coord(-40, -10, -10), openvdb::Coord(-21, 9, 9)), 1.f, true);
+    body->volumes->setVolume("density", VOLUME_FLOAT, fog);
+    openvdb::FloatGrid::Ptr sphere =
+        openvdb::tools::createLevelSetSphere<openvdb::FloatGrid>(0.4f, openvdb::Vec3f(1.2f, 0.f, 0.f), 0.04f);
+    body->volumes->setVolume("surface", VOLUME_FLOAT, sphere);
+
+    std::vector<float> pos, col, size;
+    const size_t all = ViewportVolume::appendVoxelPoints(*body->volumes, pos, col, size, ViewportVolume::kMaxPoints);
+    EXPECT_GT(all, 1000u);
+    EXPECT_LE(all, 8000u + sphere->activeVoxelCount()) << "whole leaves of fog are tiles: one point each";
+    EXPECT_EQ(pos.size(), 3 * all);
+    pos.clear(), col.clear(), size.clear();
+    EXPECT_LE(ViewportVolume::appendVoxelPoints(*body->volumes, pos, col, size, 1000), 1000u);
+
+    auto* node = dynamic_cast<GeoNode*>(nodeMaster->createNode("grid"));
+    ASSERT_NE(node, nullptr);
+    node->visibility = true;
+    const QImage empty = grab();
+    node->updateDisplay(body);
+    const QImage shown = grab();
+    const QPointF fogAt = screenOf(QVector3D(-1.2f, 0.f, 0.f));
+    const QPointF sphereAt = screenOf(QVector3D(1.2f, 0.f, 0.f));
+    EXPECT_GT(countPixels(shown, fogAt, 15, isGrey), 300);
+    EXPECT_EQ(countPixels(empty, fogAt, 15, isGrey), 0);
+    EXPECT_GT(countPixels(shown, sphereAt, 15, isBlue), 300);
+    EXPECT_EQ(countPixels(shown, fogAt, 15, isBlue), 0);
 }
 
 TEST_F(GlViewport, ClickPicksTheSystemUnderTheCursorAndUndoRestores)

@@ -102,6 +102,9 @@ ViewportRenderer::Frame OpenGLWidget::makeFrame() const
     frame.flatDisk = particleRenderMode == 1;
     frame.gizmo = &gizmo;
     frame.gizmoLength = gizmo.handleLength(frame.view, frame.proj, frame.size);
+    frame.wireframe = wireframe;
+    frame.wireframeOnShaded = wireframeOnShaded;
+    if (simulation) frame.selected = simulation->selection;
     return frame;
 }
 
@@ -112,6 +115,8 @@ void OpenGLWidget::paintGL()
         drawGrid = g.drawGrid;
         pointSize = g.pointSize;
         particleRenderMode = g.particleRenderMode;
+        wireframe = g.wireframe;
+        wireframeOnShaded = g.wireframeOnShaded;
     }
     updateCameraNode();
     if (pickRequested) {

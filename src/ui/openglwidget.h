@@ -50,6 +50,8 @@ public:
     bool drawGrid = true;
     float pointSize = 1.f;
     int particleRenderMode = 0;
+    bool wireframe = false;
+    bool wireframeOnShaded = true;
 
     // Camera drag state: the mouse now and at the event before; one flag per button.
     QPoint mousePos;

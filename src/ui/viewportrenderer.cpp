@@ -4,6 +4,7 @@
 #include "ui/viewportgrid.h"
 #include "ui/viewportscene.h"
 
+#include <QOpenGLContext>
 #include <QOpenGLFunctions>
 #include <QOpenGLShaderProgram>
 
@@ -12,6 +13,28 @@ namespace {
 constexpr GLenum kProgramPointSize = 0x8642;
 constexpr GLenum kPointSprite = 0x8861;
 constexpr GLenum kMultisample = 0x809D;
+constexpr GLenum kFrontAndBack = 0x0408;
+constexpr GLenum kLine = 0x1B01;
+constexpr GLenum kFill = 0x1B02;
+
+// glPolygonMode, which desktop GL has and the GLES-style table leaves out; null where the
+// context lacks it, and then meshes stay shaded.
+using PolygonModeFn = void (*)(GLenum, GLenum);
+PolygonModeFn polygonMode()
+{
+    QOpenGLContext* context = QOpenGLContext::currentContext();
+    if (!context || context->isOpenGLES()) return nullptr;
+    return reinterpret_cast<PolygonModeFn>(context->getProcAddress("glPolygonMode"));
+}
+
+bool isSelected(const ViewportBuffers& b, const std::vector<SelectionEntry>& selected)
+{
+    for (const SelectionEntry& e : selected) {
+        if (e.typeCode != b.entry.typeCode) continue;
+        if (e.id >= 0 ? e.id == b.entry.id : e.name == b.entry.name) return true;
+    }
+    return false;
+}
 } // namespace
 
 bool ViewportRenderer::init(QOpenGLFunctions* f)
@@ -67,17 +90,47 @@ void ViewportRenderer::draw(QOpenGLFunctions* f, ViewportScene& scene, const Fra
     const auto idOf = [&](size_t i) -> const QVector3D* { return pick ? &ids[i] : nullptr; };
     const float flat = pick ? 1.f : 0.f;
 
+    // The selection's edges go over its shaded meshes: those fills are pushed back a little
+    // in depth so that the edges win the depth test.
+    std::vector<bool> highlight(drawables.size(), false);
+    for (size_t i = 0; i < drawables.size() && !pick; ++i) highlight[i] = isSelected(*drawables[i], frame.selected);
+    const PolygonModeFn setPolygonMode = pick ? nullptr : polygonMode();
+    const bool edgesOnly = frame.wireframe && setPolygonMode;
+    const bool edgesOver = frame.wireframeOnShaded && setPolygonMode && !edgesOnly;
+
     QOpenGLShaderProgram& mesh = *shaders.mesh;
     ViewportShaders::setViewBlock(mesh, frame.view, frame.proj, frame.nearClip);
     mesh.setUniformValue("flatColor", flat);
-    for (size_t i = 0; i < drawables.size(); ++i)
-        if (!pick || drawables[i]->pickable) drawables[i]->drawMesh(f, mesh, idOf(i));
+    if (edgesOnly) setPolygonMode(kFrontAndBack, kLine);
+    for (size_t i = 0; i < drawables.size(); ++i) {
+        if (pick && !drawables[i]->pickable) continue;
+        const bool offset = edgesOver && highlight[i];
+        if (offset) {
+            f->glEnable(GL_POLYGON_OFFSET_FILL);
+            f->glPolygonOffset(1.f, 1.f);
+        }
+        drawables[i]->drawMesh(f, mesh, idOf(i));
+        if (offset) f->glDisable(GL_POLYGON_OFFSET_FILL);
+    }
+    const QVector3D mark = highlightColor();
+    if (edgesOver || edgesOnly) {
+        setPolygonMode(kFrontAndBack, kLine);
+        mesh.setUniformValue("flatColor", 1.f);
+        f->glDepthFunc(GL_LEQUAL);
+        for (size_t i = 0; i < drawables.size(); ++i)
+            if (highlight[i]) drawables[i]->drawMesh(f, mesh, &mark);
+        f->glDepthFunc(GL_LESS);
+        setPolygonMode(kFrontAndBack, kFill);
+        mesh.setUniformValue("flatColor", flat);
+    }
 
     QOpenGLShaderProgram& lines = *shaders.lines;
     ViewportShaders::setViewBlock(lines, frame.view, frame.proj, frame.nearClip);
     lines.setUniformValue("fadeDistance", 0.f);
-    for (size_t i = 0; i < drawables.size(); ++i)
-        if (!pick || drawables[i]->pickable) drawables[i]->drawLines(f, lines, idOf(i));
+    for (size_t i = 0; i < drawables.size(); ++i) {
+        if (pick && !drawables[i]->pickable) continue;
+        drawables[i]->drawLines(f, lines, highlight[i] ? &mark : idOf(i));
+    }
     if (!pick && frame.drawGrid) {
         if (!gridBuilt) {
             ViewportGrid::fill(grid, infiniteGrid);

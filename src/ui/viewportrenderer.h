@@ -33,7 +33,15 @@ public:
         bool flatDisk = false;
         const TransformGizmo* gizmo = nullptr; // drawn when valid and not picking
         float gizmoLength = 1.f;
+        // Meshes as edges only; edges in the highlight colour over the selection's shaded meshes.
+        bool wireframe = false;
+        bool wireframeOnShaded = true;
+        // The selected objects and nodes: their drawables get the highlight.
+        std::vector<SelectionEntry> selected;
     };
+
+    // The colour of the selection's edges and lines.
+    static QVector3D highlightColor() { return QVector3D(1.f, 0.62f, 0.2f); }
 
     // Compiles the programs (context current); false when they fail.
     bool init(QOpenGLFunctions* f);

@@ -41,11 +41,19 @@ size_t sampleGrid(const GridT& grid, size_t budget, std::vector<float>& pos, std
     size_t added = 0;
     openvdb::Index64 counter = 0;
     for (auto it = grid.cbeginValueOn(); it && added < budget; ++it) {
-        if (!it.isVoxelValue()) continue;
         if (counter++ % stride != 0) continue;
         const float s = shade(*it, levelSet, 0.f);
         if (s < 0.f) continue;
-        const openvdb::Vec3d w = grid.indexToWorld(it.getCoord());
+        // An active tile (a filled block of voxels) shows as one point the size of the block.
+        openvdb::Vec3d w;
+        float r = radius;
+        if (it.isVoxelValue()) {
+            w = grid.indexToWorld(it.getCoord());
+        } else {
+            const openvdb::CoordBBox box = it.getBoundingBox();
+            w = grid.indexToWorld(0.5 * (box.min().asVec3d() + box.max().asVec3d()));
+            r = std::max(radius, 0.5f * voxel * float(box.dim().x()));
+        }
         pos.push_back(float(w.x()));
         pos.push_back(float(w.y()));
         pos.push_back(float(w.z()));
@@ -58,7 +66,7 @@ size_t sampleGrid(const GridT& grid, size_t budget, std::vector<float>& pos, std
             col.push_back(s);
             col.push_back(s);
         }
-        size.push_back(radius);
+        size.push_back(r);
         ++added;
     }
     return added;
