@@ -91,6 +91,7 @@ protected:
     {
         ensureSceneRecords();
         nodeMaster->clearGraph();
+        nodeMaster->plugCache->keepBetweenCooks = true;
         simulation->clear();
         simState->frame = 1;
         simState->frameF = 1.f;
@@ -193,6 +194,33 @@ TEST_F(NodeGraphTest, AnEditRecooksExactlyTheNodesBelowIt)
     EXPECT_EQ(c->cooks, 1);
     ASSERT_TRUE(b->last);
     EXPECT_FLOAT_EQ(b->last->points->P[0].y, 6.f);
+}
+
+TEST_F(NodeGraphTest, WithoutTheMemoryCacheEveryCookComputesAfreshAndKeepsNothing)
+{
+    // src feeds two targets: within one cook they still share its result.
+    SourceNode* src = add<SourceNode>();
+    LiftNode* a = add<LiftNode>();
+    LiftNode* b = add<LiftNode>();
+    wire(src, a);
+    wire(src, b);
+    a->processFlag = b->processFlag = true;
+    nodeMaster->plugCache->keepBetweenCooks = false;
+    nodeMaster->cook(true);
+    EXPECT_EQ(src->cooks, 1);
+    EXPECT_EQ(nodeMaster->plugCache->size(), 0u);
+    nodeMaster->cook(true);
+    EXPECT_EQ(src->cooks, 2);
+    EXPECT_EQ(a->cooks, 2);
+    ASSERT_TRUE(a->last);
+    EXPECT_FLOAT_EQ(a->last->points->P[0].y, 1.f) << "the same result as a cached cook";
+
+    nodeMaster->plugCache->keepBetweenCooks = true;
+    nodeMaster->cook(true);
+    const int cooks = src->cooks + a->cooks + b->cooks;
+    nodeMaster->cook(true);
+    EXPECT_EQ(src->cooks + a->cooks + b->cooks, cooks) << "kept results serve the next cook";
+    EXPECT_GT(nodeMaster->plugCache->size(), 0u);
 }
 
 TEST_F(NodeGraphTest, TimeDependentNodesCookEveryFrameAndOthersServeFromCache)

@@ -5,6 +5,8 @@
 #include "ui/customdialog.h"
 #include "ui/ffmpegdialog.h"
 #include "ui/playblastdialog.h"
+#include "graph/nodemaster.h"
+#include "graph/plugcache.h"
 #include "ui/preferencesdialog.h"
 
 #include <gtest/gtest.h>
@@ -95,8 +97,10 @@ TEST_F(DialogsTest, PreferencesReadOnShowAndApplyOnClose)
     EXPECT_DOUBLE_EQ(dialog.fovSpin->value(), 33.0);
     EXPECT_EQ(dialog.threadsSpin->value(), 3);
     EXPECT_EQ(dialog.cachesPathEdit->text(), "/tmp/old");
+    EXPECT_TRUE(dialog.memoryCacheCheck->isChecked());
 
     dialog.threadsSpin->setValue(6);
+    dialog.memoryCacheCheck->setChecked(false);
     dialog.fovSpin->setValue(45.0);
     dialog.backgroundCheck->setChecked(false);
     dialog.antialiasingCheck->setChecked(false);
@@ -112,6 +116,7 @@ TEST_F(DialogsTest, PreferencesReadOnShowAndApplyOnClose)
     EXPECT_FALSE(simState->antialiasing);
     EXPECT_FALSE(simState->gpuSort); // no CUDA here
     EXPECT_TRUE(simState->writeImages);
+    EXPECT_FALSE(nodeMaster->plugCache->keepBetweenCooks);
     GlobalSettings* globals = simulation->globalSettings;
     EXPECT_EQ(globals->params.get("fallbackPathImages")->text, "/tmp/img/out.####.png");
     EXPECT_EQ(globals->params.get("fallbackPathCaches")->text, "/tmp/cache");
@@ -128,6 +133,13 @@ TEST_F(DialogsTest, PreferencesReadOnShowAndApplyOnClose)
     QSettings settings("Qorva", "Qorva");
     EXPECT_EQ(settings.value("Prefs/threads").toInt(), 6);
     EXPECT_DOUBLE_EQ(settings.value("Prefs/fov").toDouble(), 45.0);
+    EXPECT_FALSE(settings.value("Prefs/memoryCache").toBool());
+    // The next session starts with the cache as it was left.
+    nodeMaster->plugCache->keepBetweenCooks = true;
+    PreferencesDialog::loadStoredPreferences();
+    EXPECT_FALSE(nodeMaster->plugCache->keepBetweenCooks);
+    nodeMaster->plugCache->keepBetweenCooks = true;
+    settings.setValue("Prefs/memoryCache", true);
     EXPECT_FALSE(settings.value("Prefs/writeInBackground").toBool());
     EXPECT_FALSE(settings.value("Prefs/antialiasing").toBool());
 

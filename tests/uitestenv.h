@@ -7,6 +7,7 @@
 #include "ui/uiglobals.h"
 
 #include <QApplication>
+#include <QStandardPaths>
 #include <QUndoStack>
 #include <cstdlib>
 
@@ -15,6 +16,8 @@ inline QApplication* ensureApplication()
     if (auto* app = qobject_cast<QApplication*>(QCoreApplication::instance())) return app;
     if (std::getenv("DISPLAY") == nullptr && std::getenv("QT_QPA_PLATFORM") == nullptr)
         setenv("QT_QPA_PLATFORM", "offscreen", 1);
+    // Settings written by the tests go to Qt's test location, never the user's own.
+    QStandardPaths::setTestModeEnabled(true);
     static int argc = 1;
     static char name[] = "qorva_test";
     static char* argv[] = {name, nullptr};

@@ -345,6 +345,8 @@ void NodeMaster::cook(bool run)
     CookCaller root;
     root.time = time;
     root.atRoot = true;
+    const bool keep = !plugCache || plugCache->keepBetweenCooks;
+    if (!keep) plugCache->clear();
     const std::vector<GeoNode*> targets = getProcessNodes();
     if (targets.empty()) return;
     for (GeoNode* t : targets) t->markCalled();
@@ -379,6 +381,7 @@ void NodeMaster::cook(bool run)
     }
     for (GeoNode* t : dynamicTargets)
         if (t->dirty) cookOne(t);
+    if (!keep) plugCache->clear();
     lastCookTime = time;
     runFlag = true;
 }

@@ -33,6 +33,11 @@ public:
     // The entries as " -> cache - node: ..." lines and the total in MiB.
     void print();
 
+    // Whether results stay in memory from one cook to the next ("Enable Memory Cache").
+    // Off, the cache still shares results within a cook and is emptied when it ends, so
+    // every cook computes the graph afresh and holds no geometry afterwards.
+    bool keepBetweenCooks = true;
+
 private:
     std::mutex mutex;
     std::map<Plug*, Entry> entries;

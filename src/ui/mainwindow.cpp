@@ -235,14 +235,8 @@ void MainWindow::readLayout()
     const QByteArray state = settings.value("mainWindowState").toByteArray();
     if (!geometry.isEmpty()) restoreGeometry(geometry);
     if (!state.isEmpty()) restoreState(state);
-    if (simState) {
-        simState->numThreads = settings.value("threads", simState->numThreads).toInt();
-        simState->antialiasing = settings.value("antialiasing", simState->antialiasing).toBool();
-        simState->gpuSort = settings.value("gpuSort", simState->gpuSort).toBool();
-        simState->writeInBackground = settings.value("writeInBackground", simState->writeInBackground).toBool();
-        simState->fov = settings.value("fov", simState->fov).toFloat();
-    }
     settings.endGroup();
+    PreferencesDialog::loadStoredPreferences();
 }
 
 void MainWindow::saveLayout()

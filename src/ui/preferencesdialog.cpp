@@ -4,6 +4,8 @@
 #include "app/globalsettings.h"
 #include "app/simstate.h"
 #include "app/simulation.h"
+#include "graph/nodemaster.h"
+#include "graph/plugcache.h"
 #include "ui/playblastdialog.h"
 
 #include <QCheckBox>
@@ -104,6 +106,8 @@ void PreferencesDialog::loadStoredPreferences()
     if (settings.contains("writeInBackground"))
         s.writeInBackground = settings.value("writeInBackground").toBool();
     if (settings.contains("fov")) s.fov = settings.value("fov").toFloat();
+    if (nodeMaster && nodeMaster->plugCache)
+        nodeMaster->plugCache->keepBetweenCooks = settings.value("memoryCache", true).toBool();
     settings.endGroup();
 }
 
@@ -149,7 +153,8 @@ void PreferencesDialog::readValues()
     if (const Parameter* row = settingsRow("fallbackPathCaches"))
         cachesPathEdit->setText(QString::fromStdString(row->text));
     QSettings settings("Qorva", "Qorva");
-    memoryCacheCheck->setChecked(settings.value("Prefs/memoryCache", true).toBool());
+    memoryCacheCheck->setChecked(nodeMaster && nodeMaster->plugCache ? nodeMaster->plugCache->keepBetweenCooks
+                                                                      : settings.value("Prefs/memoryCache", true).toBool());
 }
 
 void PreferencesDialog::applyValues()
@@ -196,4 +201,5 @@ void PreferencesDialog::applyValues()
     settings.setValue("fov", double(s.fov));
     settings.setValue("memoryCache", memoryCacheCheck->isChecked());
     settings.endGroup();
+    if (nodeMaster && nodeMaster->plugCache) nodeMaster->plugCache->keepBetweenCooks = memoryCacheCheck->isChecked();
 }

@@ -27,10 +27,10 @@ public:
     QCheckBox* antialiasingCheck = nullptr;
     QSpinBox* threadsSpin = nullptr;
     QCheckBox* gpuSortCheck = nullptr;     // shown only where CUDA is available
-    QCheckBox* memoryCacheCheck = nullptr; // kept in the user's settings only
+    QCheckBox* memoryCacheCheck = nullptr; // PlugCache::keepBetweenCooks, kept in the settings
     QPushButton* closeButton = nullptr;
 
-    // Reads the values kept by an earlier session into SimState (start-up).
+    // Reads the values kept by an earlier session into SimState and the node cache (start-up).
     static void loadStoredPreferences();
 
 public slots:
