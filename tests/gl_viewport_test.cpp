@@ -289,6 +289,24 @@ TEST_F(GlViewport, ClickPicksTheSystemUnderTheCursorAndUndoRestores)
     EXPECT_TRUE(currentSelection().empty());
 }
 
+TEST_F(GlViewport, AClickBesideALoneGrainStillPicksItByOcclusionQueries)
+{
+    GranularParticleSystem* g = simulation->createGranularSystem("lone");
+    g->addParticle(Vec4f(0.f, 0.3f, 0.f), Vec4f());
+    const QImage image = grab();
+    const QPoint at = screenOf(QVector3D(0.f, 0.3f, 0.f)).toPoint();
+    // The grain's disc ends a few pixels from its centre: 10 pixels off is beyond the
+    // id pass's reach and within the occlusion box.
+    ASSERT_EQ(countPixels(image, at + QPoint(10, 0), 3, isSand), 0);
+    EXPECT_EQ(widget->pickAt(at).name, g->name);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(widget->pickAt(at + QPoint(10, 0)).name, g->name);
+    const std::string log = testing::internal::GetCapturedStdout();
+    EXPECT_NE(log.find("gen queries."), std::string::npos);
+    EXPECT_NE(log.find("pixel count[0]: "), std::string::npos);
+    EXPECT_EQ(widget->pickAt(at + QPoint(40, 0)).typeCode, -1);
+}
+
 TEST_F(GlViewport, PlayblastWritesTheFramesImage)
 {
     sandBlock(QVector3D(0.f, 0.3f, 0.f));

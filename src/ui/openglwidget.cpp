@@ -15,6 +15,7 @@
 #include <QLinearGradient>
 #include <QMouseEvent>
 #include <QOpenGLContext>
+#include <QOpenGLExtraFunctions>
 #include <QOpenGLFramebufferObject>
 #include <QPainter>
 #include <QUndoStack>
@@ -178,7 +179,6 @@ void OpenGLWidget::runPickPass()
     renderer.draw(this, scene, makeFrame(), true, &list);
     glClear(GL_DEPTH_BUFFER_BIT);
     const QImage image = fbo.toImage();
-    fbo.release();
     ViewportShaders::checkGlError(this, "pick pass");
     // the nearest drawn pixel within a few pixels of the click
     const qreal ratio = devicePixelRatioF();
@@ -197,7 +197,58 @@ void OpenGLWidget::runPickPass()
             }
         }
     }
+    // Nothing under the cursor: the drawable with the most visible pixels in a wider box
+    // round the click, counted by occlusion queries (sparse points, thin curves).
+    if (best < 0) best = occlusionPick(list, QPoint(cx, cy), size);
+    fbo.release();
     if (best >= 0) picked = list[size_t(best)]->entry;
+}
+
+long OpenGLWidget::occlusionPick(const std::vector<ViewportBuffers*>& list, QPoint at, QSize size)
+{
+    constexpr GLenum kSamplesPassed = 0x8914;
+    constexpr GLenum kQueryResult = 0x8866;
+    QOpenGLContext* gl = context();
+    if (list.empty() || !gl || gl->isOpenGLES()) return -1;
+    QOpenGLExtraFunctions* x = gl->extraFunctions();
+    ViewportRenderer::Frame frame = makeFrame();
+    frame.size = size;
+    frame.scissor = QRect(at.x() - kOcclusionPickRadius, size.height() - 1 - at.y() - kOcclusionPickRadius,
+                          2 * kOcclusionPickRadius + 1, 2 * kOcclusionPickRadius + 1);
+    // Depth of everything first, then each drawable again with its own query: what passes
+    // the depth test is what of it can be seen.
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    std::vector<ViewportBuffers*> drawn;
+    renderer.draw(this, scene, frame, true, &drawn);
+    if (drawn.size() != list.size()) return -1;
+    std::printf("gen queries.\n");
+    std::vector<GLuint> queries(list.size(), 0);
+    x->glGenQueries(GLsizei(queries.size()), queries.data());
+    glDepthFunc(GL_LEQUAL);
+    glColorMask(GL_FALSE, GL_FALSE, GL_FALSE, GL_FALSE);
+    for (size_t i = 0; i < list.size(); ++i) {
+        x->glBeginQuery(kSamplesPassed, queries[i]);
+        renderer.drawFlat(this, *list[i], frame, ViewportRenderer::idColor(i));
+        x->glEndQuery(kSamplesPassed);
+    }
+    glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
+    glDepthFunc(GL_LESS);
+    glDisable(GL_SCISSOR_TEST);
+    std::printf("get query object.\n");
+    long best = -1;
+    GLuint most = 0;
+    for (size_t i = 0; i < list.size(); ++i) {
+        GLuint count = 0;
+        x->glGetQueryObjectuiv(queries[i], kQueryResult, &count);
+        std::printf("pixel count[%zu]: %u\n", i, count);
+        if (count > most) {
+            most = count;
+            best = long(i);
+        }
+    }
+    x->glDeleteQueries(GLsizei(queries.size()), queries.data());
+    ViewportShaders::checkGlError(this, "occlusion pick");
+    return best;
 }
 
 SelectionEntry OpenGLWidget::pickAt(const QPoint& pos)

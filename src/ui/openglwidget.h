@@ -80,6 +80,10 @@ private:
     // Leaves a camera node for the orbit camera at the same place.
     void leaveCameraNode();
     void runPickPass();
+    // Index into `list` of the drawable with the most visible pixels within
+    // kOcclusionPickRadius of `at` (pixels, top-left origin); -1 when none shows there.
+    long occlusionPick(const std::vector<ViewportBuffers*>& list, QPoint at, QSize size);
+    static constexpr int kOcclusionPickRadius = 12;
     ViewportRenderer::Frame makeFrame() const;
     QSize pixelSize() const;
 

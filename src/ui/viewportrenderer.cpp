@@ -65,7 +65,12 @@ void ViewportRenderer::draw(QOpenGLFunctions* f, ViewportScene& scene, const Fra
     for (int i = 0; i < 8; ++i) f->glDisableVertexAttribArray(GLuint(i));
     f->glViewport(0, 0, frame.size.width(), frame.size.height());
     f->glDisable(GL_BLEND);
-    f->glDisable(GL_SCISSOR_TEST);
+    if (frame.scissor.isValid()) {
+        f->glEnable(GL_SCISSOR_TEST);
+        f->glScissor(frame.scissor.x(), frame.scissor.y(), frame.scissor.width(), frame.scissor.height());
+    } else {
+        f->glDisable(GL_SCISSOR_TEST);
+    }
     f->glDisable(GL_STENCIL_TEST);
     f->glDisable(GL_CULL_FACE);
     f->glEnable(GL_DEPTH_TEST);
@@ -164,6 +169,27 @@ void ViewportRenderer::draw(QOpenGLFunctions* f, ViewportScene& scene, const Fra
     }
     points.release();
     ViewportShaders::checkGlError(f, pick ? "pick pass" : "draw");
+}
+
+void ViewportRenderer::drawFlat(QOpenGLFunctions* f, ViewportBuffers& b, const Frame& frame, const QVector3D& id)
+{
+    if (!shaders.ready || !f) return;
+    QOpenGLShaderProgram& mesh = *shaders.mesh;
+    ViewportShaders::setViewBlock(mesh, frame.view, frame.proj, frame.nearClip);
+    mesh.setUniformValue("flatColor", 1.f);
+    b.drawMesh(f, mesh, &id);
+    QOpenGLShaderProgram& lines = *shaders.lines;
+    ViewportShaders::setViewBlock(lines, frame.view, frame.proj, frame.nearClip);
+    lines.setUniformValue("fadeDistance", 0.f);
+    b.drawLines(f, lines, &id);
+    QOpenGLShaderProgram& points = *shaders.points;
+    ViewportShaders::setViewBlock(points, frame.view, frame.proj, frame.nearClip);
+    points.setUniformValue("perspective", 1.f);
+    points.setUniformValue("flatDisk", 1.f);
+    points.setUniformValue("flatColor", 1.f);
+    points.setUniformValue("viewportHeight", float(frame.size.height()));
+    b.drawPoints(f, points, &id);
+    points.release();
 }
 
 void ViewportRenderer::release(QOpenGLFunctions* f)

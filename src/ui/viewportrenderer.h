@@ -7,6 +7,7 @@
 #include "ui/viewportshaders.h"
 
 #include <QMatrix4x4>
+#include <QRect>
 #include <QRgb>
 #include <QSize>
 #include <vector>
@@ -38,6 +39,8 @@ public:
         bool wireframeOnShaded = true;
         // The selected objects and nodes: their drawables get the highlight.
         std::vector<SelectionEntry> selected;
+        // When valid, drawing is clipped to this box (GL window coordinates).
+        QRect scissor;
     };
 
     // The colour of the selection's edges and lines.
@@ -50,6 +53,9 @@ public:
     void draw(QOpenGLFunctions* f, ViewportScene& scene, const Frame& frame, bool pick,
               std::vector<ViewportBuffers*>* picked);
     void release(QOpenGLFunctions* f);
+    // Draws one drawable's points, mesh and lines unshaded in `id` (the occlusion pick);
+    // the GL state is the caller's.
+    void drawFlat(QOpenGLFunctions* f, ViewportBuffers& b, const Frame& frame, const QVector3D& id);
 
     // Index i as an opaque colour (i + 1 in the low 24 bits); white means nothing.
     static QVector3D idColor(size_t index);
