@@ -62,39 +62,25 @@ PassResult runPasses(const std::vector<Vec4f>& P, const std::vector<Vec4f>& v, b
                      int threads, const Coefficients& coefficients = {}, bool nodeForm = false)
 {
     const size_t n = P.size();
-    ParticleHash hash;
-    std::vector<uint32_t> keys, order, cellStart, cellEnd;
-    std::vector<Vec4f> sortedPos, sortedVel;
-    SphScratch scratch;
-    scratch.allowGrid = allowGrid;
-    scratch.allowWide = allowWide;
-    sphSortParticles(P.data(), v.data(), n, kH, hash, keys, order, cellStart, cellEnd, sortedPos, sortedVel, scratch,
-                     threads);
-    std::vector<float> sortedDensity(n), sortedPressure(n);
+    SphArrays arrays;
+    arrays.allowGrid = allowGrid;
+    arrays.allowWide = allowWide;
+    arrays.sort(P.data(), v.data(), n, kH, threads);
     PassResult r;
-    r.grid = scratch.gridInUse;
+    r.grid = arrays.gridInUse;
     r.density.assign(n, 0.f);
     r.force.assign(n, Vec4f());
     SphPassData d;
-    d.count = n;
-    d.sortedPos = sortedPos.data();
-    d.sortedVel = sortedVel.data();
-    d.sortedOrder = order.data();
-    d.cellStart = cellStart.data();
-    d.cellEnd = cellEnd.data();
-    d.hash = hash;
-    d.sortedDensity = sortedDensity.data();
-    d.sortedPressure = sortedPressure.data();
+    d.arrays = &arrays;
     d.density = r.density.data();
     d.force = r.force.data();
-    d.scratch = &scratch;
     if (!coefficients.viscosity.empty()) d.viscosity = coefficients.viscosity.data();
     if (!coefficients.tension.empty()) d.surfaceTension = coefficients.tension.data();
     const SphConstants& k = constants(nodeForm);
     sphDensityPass(k, d, threads);
     sphForcePass(k, d, threads);
-    for (size_t c = 0; c * SphScratch::kChunkSlots < n; ++c)
-        r.pairs += scratch.chunks[c].offsets[std::min<size_t>(SphScratch::kChunkSlots, n - c * SphScratch::kChunkSlots)];
+    for (size_t c = 0; c * SphArrays::kChunkSlots < n; ++c)
+        r.pairs += arrays.chunks[c].offsets[std::min<size_t>(SphArrays::kChunkSlots, n - c * SphArrays::kChunkSlots)];
     return r;
 }
 

@@ -67,15 +67,7 @@ SPHSolverNode::SPHSolverNode(NodeMaster* master) : GeoNode(master)
 void SPHSolverNode::reset()
 {
     GeoNode::reset();
-    hashKeys = {};
-    sortedOrder = {};
-    cellStart = {};
-    cellEnd = {};
-    sortedPos = {};
-    sortedVel = {};
-    sortedDensity = {};
-    sortedPressure = {};
-    scratch = {};
+    work = SphArrays();
     maxSpeed = 0.f;
 }
 
@@ -148,22 +140,9 @@ void SPHSolverNode::solve(Body& body, float dt)
     }
 
     if (print) std::printf("gather\n");
-    sortedDensity.resize(n);
-    sortedPressure.resize(n);
-    sphSortParticles(pts.P.data(), pts.v.data(), n, h, hash, hashKeys, sortedOrder, cellStart, cellEnd, sortedPos,
-                     sortedVel, scratch, threads);
-
+    work.sort(pts.P.data(), pts.v.data(), n, h, threads);
     SphPassData data;
-    data.count = n;
-    data.sortedPos = sortedPos.data();
-    data.sortedVel = sortedVel.data();
-    data.sortedOrder = sortedOrder.data();
-    data.cellStart = cellStart.data();
-    data.cellEnd = cellEnd.data();
-    data.hash = hash;
-    data.sortedDensity = sortedDensity.data();
-    data.sortedPressure = sortedPressure.data();
-    data.scratch = &scratch;
+    data.arrays = &work;
     data.force = force.data();
     if (const FloatArray* a = channelOf<FloatArray>(pts, "viscosity", ATTRIB_FLOAT))
         data.viscosity = a->data();
@@ -181,16 +160,16 @@ void SPHSolverNode::solve(Body& body, float dt)
     float fastest = 0.f;
 #pragma omp parallel for schedule(static) num_threads(threads) reduction(max : fastest)
     for (int64_t s = 0; s < count; ++s) {
-        const uint32_t i = sortedOrder[size_t(s)];
-        Vec4f vNew = sortedVel[size_t(s)] + force[i] * (invMass * dt);
+        const uint32_t i = work.sortedOrder[size_t(s)];
+        Vec4f vNew = work.sortedVel[size_t(s)] + force[i] * (invMass * dt);
         force[i] = Vec4f();
-        Vec4f& p = sortedPos[size_t(s)];
+        Vec4f& p = work.sortedPos[size_t(s)];
         p.x += vNew.x * dt;
         p.y += vNew.y * dt;
         p.z += vNew.z * dt;
         const float speed = vNew.length3();
         if (speed > clampSpeed && speed > 0.f) vNew *= clampSpeed / speed;
-        sortedVel[size_t(s)] = vNew;
+        work.sortedVel[size_t(s)] = vNew;
         fastest = std::max(fastest, speed);
     }
     maxSpeed = fastest;
@@ -199,17 +178,17 @@ void SPHSolverNode::solve(Body& body, float dt)
     if (scaled) {
         const float inv = 1.f / sceneScale;
         for (size_t s = 0; s < n; ++s) {
-            sortedPos[s] *= inv;
-            sortedVel[s] *= inv;
+            work.sortedPos[s] *= inv;
+            work.sortedVel[s] *= inv;
         }
     }
     if (collideGroundPlane) {
         const float g = 1.f - std::min(groundPlaneFriction * dt * 2.5f * 0.1f, 1.f);
         for (size_t s = 0; s < n; ++s) {
-            Vec4f& p = sortedPos[s];
+            Vec4f& p = work.sortedPos[s];
             if (!(p.y < h)) continue;
             p.y = h;
-            Vec4f& v = sortedVel[s];
+            Vec4f& v = work.sortedVel[s];
             v.x *= g;
             v.z *= g;
             if (v.y < 0.f) v.y = 0.f;
@@ -219,13 +198,13 @@ void SPHSolverNode::solve(Body& body, float dt)
     if (print) std::printf("writing back...\n");
     const float keep = 1.f - std::min(dt * damping, 1.f);
     for (size_t s = 0; s < n; ++s) {
-        const uint32_t i = sortedOrder[s];
+        const uint32_t i = work.sortedOrder[s];
         if (i >= n) {
             std::printf("TOO MUCH!!\n");
             continue;
         }
-        pts.P[i] = sortedPos[s];
-        pts.v[i] = sortedVel[s] * keep;
+        pts.P[i] = work.sortedPos[s];
+        pts.v[i] = work.sortedVel[s] * keep;
         pts.Cd[i] = rampColour(pts.v[i].length3(), kColourSpeed);
     }
     if (print) std::printf("done.\n");

@@ -42,16 +42,7 @@ public:
     float maxSpeed = 0.f; // the largest speed of the last solve
 
     // Working arrays, kept between cooks for their capacity; reset drops them.
-    ParticleHash hash;
-    std::vector<uint32_t> hashKeys;
-    std::vector<uint32_t> sortedOrder;
-    std::vector<uint32_t> cellStart;
-    std::vector<uint32_t> cellEnd;
-    VecArray sortedPos;
-    VecArray sortedVel;
-    std::vector<float> sortedDensity;
-    std::vector<float> sortedPressure;
-    SphScratch scratch;
+    SphArrays work;
 
 private:
     void updateDerived();

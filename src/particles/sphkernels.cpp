@@ -31,13 +31,13 @@ struct Runs {
 
 void neighbourRuns(const SphPassData& d, const CellHasher& hasher, const Vec4f& p, Runs& runs)
 {
-    const SphScratch& s = *d.scratch;
+    const SphArrays& s = *d.arrays;
     if (s.gridInUse) {
         s.grid.rowRuns(s.grid.cellIndex(p), runs.begin, runs.end);
         runs.count = 9;
     } else {
         runs.count = 0;
-        forEachNeighbourRun(p, hasher, d.cellStart, d.cellEnd, [&](uint32_t first, uint32_t last) {
+        forEachNeighbourRun(p, hasher, s.cellStart.data(), s.cellEnd.data(), [&](uint32_t first, uint32_t last) {
             // Two of the 27 cells may share a bucket: its particles count once.
             for (int r = 0; r < runs.count; ++r)
                 if (runs.begin[r] == first) return;
@@ -52,7 +52,7 @@ void neighbourRuns(const SphPassData& d, const CellHasher& hasher, const Vec4f& 
 
 // Sum of (h^2 - d^2)^3 over the candidates with d = |p - q| + offset < h, other than
 // `self`; their slots go to out[used...].
-float densitySumScalar(const SphConstants& k, const SphScratch& s, uint32_t self, const Vec4f& p, const Runs& runs,
+float densitySumScalar(const SphConstants& k, const SphArrays& s, uint32_t self, const Vec4f& p, const Runs& runs,
                        uint32_t* out, uint32_t& used)
 {
     const float cut = std::max(k.h - k.distanceOffset, 0.f);
@@ -98,7 +98,7 @@ __attribute__((target("avx2,fma"))) inline float horizontalSum(__m256 a)
     return _mm_cvtss_f32(_mm_add_ss(pair, _mm_shuffle_ps(pair, pair, 1)));
 }
 
-__attribute__((target("avx2,fma"))) float densitySumAvx2(const SphConstants& k, const SphScratch& s, uint32_t self,
+__attribute__((target("avx2,fma"))) float densitySumAvx2(const SphConstants& k, const SphArrays& s, uint32_t self,
                                                          const Vec4f& p, const Runs& runs, uint32_t* out,
                                                          uint32_t& used)
 {
@@ -148,13 +148,13 @@ __attribute__((target("avx2,fma"))) void pairForcesAvx2(const SphConstants& k, c
                                                         uint32_t slot, const uint32_t* list, uint32_t count,
                                                         Vec4f& sum, Vec4f& tension)
 {
-    const SphScratch& s = *d.scratch;
-    const Vec4f p = d.sortedPos[slot];
-    const Vec4f v = d.sortedVel[slot];
-    const uint32_t i = d.sortedOrder[slot];
+    const SphArrays& s = *d.arrays;
+    const Vec4f p = s.sortedPos[slot];
+    const Vec4f v = s.sortedVel[slot];
+    const uint32_t i = s.sortedOrder[slot];
     const __m256 px = _mm256_set1_ps(p.x), py = _mm256_set1_ps(p.y), pz = _mm256_set1_ps(p.z);
     const __m256 vx = _mm256_set1_ps(v.x), vy = _mm256_set1_ps(v.y), vz = _mm256_set1_ps(v.z);
-    const __m256 pi = _mm256_set1_ps(d.sortedPressure[slot]);
+    const __m256 pi = _mm256_set1_ps(s.sortedPressure[slot]);
     const __m256 h = _mm256_set1_ps(k.h), offset = _mm256_set1_ps(k.distanceOffset), zero = _mm256_setzero_ps();
     const __m256 pressureCoef = _mm256_set1_ps(-0.5f * k.spikyGrad);
     const __m256 viscPlain = _mm256_set1_ps(k.viscLap * k.visc);
@@ -168,7 +168,7 @@ __attribute__((target("avx2,fma"))) void pairForcesAvx2(const SphConstants& k, c
     const __m256i lanes = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
     const __m256i countv = _mm256_set1_epi32(int32_t(count));
     const __m256i selfv = _mm256_set1_epi32(int32_t(slot));
-    const float* vel = reinterpret_cast<const float*>(d.sortedVel);
+    const float* vel = reinterpret_cast<const float*>(s.sortedVel.data());
     __m256 sx = zero, sy = zero, sz = zero, tx = zero, ty = zero, tz = zero;
     for (uint32_t m = 0; m < count; m += 8) {
         const __m256i valid = _mm256_cmpgt_epi32(countv, _mm256_add_epi32(_mm256_set1_epi32(int32_t(m)), lanes));
@@ -194,13 +194,13 @@ __attribute__((target("avx2,fma"))) void pairForcesAvx2(const SphConstants& k, c
         const __m256 uy = _mm256_sub_ps(_mm256_i32gather_ps(vel + 1, o4, 4), vy);
         const __m256 uz = _mm256_sub_ps(_mm256_i32gather_ps(vel + 2, o4, 4), vz);
         const __m256 a = _mm256_sub_ps(h, dist);
-        const __m256 pj = _mm256_i32gather_ps(d.sortedPressure, other, 4);
+        const __m256 pj = _mm256_i32gather_ps(s.sortedPressure.data(), other, 4);
         const __m256 press =
             _mm256_mul_ps(_mm256_mul_ps(_mm256_add_ps(pi, pj), pressureCoef), _mm256_mul_ps(_mm256_mul_ps(a, a), invDist));
         __m256 visc = _mm256_mul_ps(viscPlain, a);
         __m256 weight = weightPlain;
         if (d.viscosity || d.surfaceTension) {
-            const __m256i j = _mm256_i32gather_epi32(reinterpret_cast<const int*>(d.sortedOrder), other, 4);
+            const __m256i j = _mm256_i32gather_epi32(reinterpret_cast<const int*>(s.sortedOrder.data()), other, 4);
             if (d.viscosity)
                 visc = _mm256_mul_ps(_mm256_mul_ps(_mm256_add_ps(viscOwn, _mm256_i32gather_ps(d.viscosity, j, 4)),
                                                    viscPair),
@@ -210,7 +210,7 @@ __attribute__((target("avx2,fma"))) void pairForcesAvx2(const SphConstants& k, c
         }
         const __m256 ur = _mm256_fmadd_ps(uz, rz, _mm256_fmadd_ps(uy, ry, _mm256_mul_ps(ux, rx)));
         const __m256 str = _mm256_mul_ps(_mm256_mul_ps(stringCoef, a), ur);
-        const __m256 share = _mm256_and_ps(use, _mm256_div_ps(mass, _mm256_i32gather_ps(d.sortedDensity, other, 4)));
+        const __m256 share = _mm256_and_ps(use, _mm256_div_ps(mass, _mm256_i32gather_ps(s.sortedDensity.data(), other, 4)));
         sx = _mm256_fmadd_ps(_mm256_fmadd_ps(press, rx, _mm256_fmadd_ps(visc, ux, _mm256_mul_ps(str, dirx))), share, sx);
         sy = _mm256_fmadd_ps(_mm256_fmadd_ps(press, ry, _mm256_fmadd_ps(visc, uy, _mm256_mul_ps(str, diry))), share, sy);
         sz = _mm256_fmadd_ps(_mm256_fmadd_ps(press, rz, _mm256_fmadd_ps(visc, uz, _mm256_mul_ps(str, dirz))), share, sz);
@@ -251,34 +251,35 @@ inline float cosQuarterTurn(float x)
 void pairForcesScalar(const SphConstants& k, const SphPassData& d, uint32_t slot, const uint32_t* list,
                       uint32_t count, Vec4f& sum, Vec4f& tension)
 {
-    const uint32_t i = d.sortedOrder[slot];
-    const Vec4f p = d.sortedPos[slot];
-    const Vec4f v = d.sortedVel[slot];
-    const float pi = d.sortedPressure[slot];
+    const SphArrays& s = *d.arrays;
+    const uint32_t i = s.sortedOrder[slot];
+    const Vec4f p = s.sortedPos[slot];
+    const Vec4f v = s.sortedVel[slot];
+    const float pi = s.sortedPressure[slot];
     const float pressureCoef = -0.5f * k.spikyGrad;
     float sx = 0.f, sy = 0.f, sz = 0.f, tx = 0.f, ty = 0.f, tz = 0.f;
     for (uint32_t m = 0; m < count; ++m) {
         const uint32_t other = list[m];
-        const Vec4f q = d.sortedPos[other];
+        const Vec4f q = s.sortedPos[other];
         const float rx = p.x - q.x, ry = p.y - q.y, rz = p.z - q.z;
         const float dist = std::sqrt(rx * rx + ry * ry + rz * rz) + k.distanceOffset;
         // Coincident particles without an offset have no direction: no pair force.
         if (!(dist < k.h) || !(dist > 0.f)) continue;
         const float invDist = 1.f / dist;
         const float dirx = rx * invDist, diry = ry * invDist, dirz = rz * invDist;
-        const Vec4f w = d.sortedVel[other];
+        const Vec4f w = s.sortedVel[other];
         const float ux = w.x - v.x, uy = w.y - v.y, uz = w.z - v.z;
         const float a = k.h - dist;
-        const float press = (pi + d.sortedPressure[other]) * pressureCoef * a * a * invDist;
+        const float press = (pi + s.sortedPressure[other]) * pressureCoef * a * a * invDist;
         float visc = k.viscLap * k.visc * a;
         float weight = k.surfaceTension;
         if (d.viscosity || d.surfaceTension) {
-            const uint32_t j = d.sortedOrder[other];
+            const uint32_t j = s.sortedOrder[other];
             if (d.viscosity) visc = (d.viscosity[i] + d.viscosity[j]) * k.invR * 0.5f * k.viscLap * a;
             if (d.surfaceTension) weight = (d.surfaceTension[i] + d.surfaceTension[j]) * 0.5f;
         }
         const float str = k.viscLap * k.string * a * (ux * rx + uy * ry + uz * rz);
-        const float share = k.mass / d.sortedDensity[other];
+        const float share = k.mass / s.sortedDensity[other];
         sx += (press * rx + visc * ux + str * dirx) * share;
         sy += (press * ry + visc * uy + str * diry) * share;
         sz += (press * rz + visc * uz + str * dirz) * share;
@@ -319,60 +320,59 @@ SphConstants makeSphConstants(float h, float mass, float restDensity, float pres
     return k;
 }
 
-void sphSortParticles(const Vec4f* P, const Vec4f* v, size_t count, float h, ParticleHash& hash,
-                      std::vector<uint32_t>& keys, std::vector<uint32_t>& order, std::vector<uint32_t>& cellStart,
-                      std::vector<uint32_t>& cellEnd, std::vector<Vec4f>& sortedPos, std::vector<Vec4f>& sortedVel,
-                      SphScratch& scratch, int numThreads)
+void SphArrays::sort(const Vec4f* P, const Vec4f* v, size_t count, float h, int numThreads)
 {
     const int threads = std::max(1, numThreads);
     hash.cellSize = h;
     const size_t maxCells = std::max(kGridMinCells, count * kGridCellsPerParticle);
-    scratch.gridInUse = scratch.allowGrid && scratch.grid.fit(P, count, h, maxCells, threads);
-    if (scratch.gridInUse)
-        scratch.grid.sort(P, count, keys, order, threads);
+    gridInUse = allowGrid && grid.fit(P, count, h, maxCells, threads);
+    if (gridInUse)
+        grid.sort(P, count, hashKeys, sortedOrder, threads);
     else
-        buildParticleHash(P, count, hash, keys, order, cellStart, cellEnd, threads);
+        buildParticleHash(P, count, hash, hashKeys, sortedOrder, cellStart, cellEnd, threads);
 
     sortedPos.resize(count);
     sortedVel.resize(count);
-    const size_t padded = count + SphScratch::kPadding;
-    scratch.x.resize(padded, 0.f);
-    scratch.y.resize(padded, 0.f);
-    scratch.z.resize(padded, 0.f);
+    sortedDensity.resize(count);
+    sortedPressure.resize(count);
+    x.resize(count + kPadding, 0.f);
+    y.resize(count + kPadding, 0.f);
+    z.resize(count + kPadding, 0.f);
     const int64_t n = int64_t(count);
 #pragma omp parallel for schedule(static) num_threads(threads)
     for (int64_t k = 0; k < n; ++k) {
-        const uint32_t i = order[size_t(k)];
+        const uint32_t i = sortedOrder[size_t(k)];
         const Vec4f p = P[i];
         sortedPos[size_t(k)] = p;
         sortedVel[size_t(k)] = v ? v[i] : Vec4f();
-        scratch.x[size_t(k)] = p.x;
-        scratch.y[size_t(k)] = p.y;
-        scratch.z[size_t(k)] = p.z;
+        x[size_t(k)] = p.x;
+        y[size_t(k)] = p.y;
+        z[size_t(k)] = p.z;
     }
 }
 
 void sphDensityPass(const SphConstants& k, SphPassData& d, int numThreads)
 {
-    SphScratch& s = *d.scratch;
-    const CellHasher hasher(d.hash);
-    const uint32_t chunkSlots = SphScratch::kChunkSlots;
-    const int64_t chunks = int64_t((d.count + chunkSlots - 1) / chunkSlots);
+    SphArrays& s = *d.arrays;
+    const CellHasher hasher(s.hash);
+    const size_t count = s.count();
+    const uint32_t chunkSlots = SphArrays::kChunkSlots;
+    const int64_t chunks = int64_t((count + chunkSlots - 1) / chunkSlots);
     if (s.chunks.size() < size_t(chunks)) s.chunks.resize(size_t(chunks));
 #ifdef QORVA_SPH_AVX2
     const bool wide = s.allowWide && haveAvx2();
 #endif
 #pragma omp parallel for schedule(dynamic, 4) num_threads(std::max(1, numThreads))
     for (int64_t c = 0; c < chunks; ++c) {
-        SphScratch::Chunk& chunk = s.chunks[size_t(c)];
+        SphArrays::Chunk& chunk = s.chunks[size_t(c)];
         chunk.offsets.resize(chunkSlots + 1);
         const uint32_t first = uint32_t(c) * chunkSlots;
-        const uint32_t last = std::min(uint32_t(d.count), first + chunkSlots);
+        const uint32_t last = std::min(uint32_t(count), first + chunkSlots);
         uint32_t used = 0;
         Runs runs;
         for (uint32_t slot = first; slot < last; ++slot) {
             chunk.offsets[slot - first] = used;
-            const Vec4f p = d.sortedPos[slot];
+            const Vec4f p = s.sortedPos[slot];
             neighbourRuns(d, hasher, p, runs);
             // Room for every candidate plus the 8-wide loop's overshoot.
             const size_t need = size_t(used) + runs.candidates + 8;
@@ -386,9 +386,9 @@ void sphDensityPass(const SphConstants& k, SphPassData& d, int numThreads)
 #endif
             const float density = k.densityCoef * (k.densitySeed + sum) + kSphDensityFloor;
             const float pressure = sphPressure(density, k.restDensity, k.pressureScale);
-            d.sortedDensity[slot] = density;
-            d.sortedPressure[slot] = pressure;
-            const uint32_t i = d.sortedOrder[slot];
+            s.sortedDensity[slot] = density;
+            s.sortedPressure[slot] = pressure;
+            const uint32_t i = s.sortedOrder[slot];
             if (d.density) d.density[i] = density;
             if (d.pressure) d.pressure[i] = pressure;
         }
@@ -398,33 +398,34 @@ void sphDensityPass(const SphConstants& k, SphPassData& d, int numThreads)
 
 void sphForcePass(const SphConstants& k, SphPassData& d, int numThreads)
 {
-    const SphScratch& s = *d.scratch;
-    const uint32_t chunkSlots = SphScratch::kChunkSlots;
-    const int64_t chunks = int64_t((d.count + chunkSlots - 1) / chunkSlots);
+    const SphArrays& s = *d.arrays;
+    const size_t count = s.count();
+    const uint32_t chunkSlots = SphArrays::kChunkSlots;
+    const int64_t chunks = int64_t((count + chunkSlots - 1) / chunkSlots);
 #ifdef QORVA_SPH_AVX2
     const bool wide = s.allowWide && haveAvx2();
 #endif
 #pragma omp parallel for schedule(dynamic, 4) num_threads(std::max(1, numThreads))
     for (int64_t c = 0; c < chunks; ++c) {
-        const SphScratch::Chunk& chunk = s.chunks[size_t(c)];
+        const SphArrays::Chunk& chunk = s.chunks[size_t(c)];
         const uint32_t first = uint32_t(c) * chunkSlots;
-        const uint32_t last = std::min(uint32_t(d.count), first + chunkSlots);
+        const uint32_t last = std::min(uint32_t(count), first + chunkSlots);
         for (uint32_t slot = first; slot < last; ++slot) {
             const uint32_t* list = chunk.pairs.data() + chunk.offsets[slot - first];
-            const uint32_t count = chunk.offsets[slot - first + 1] - chunk.offsets[slot - first];
+            const uint32_t listed = chunk.offsets[slot - first + 1] - chunk.offsets[slot - first];
             Vec4f sum, tension;
 #ifdef QORVA_SPH_AVX2
             if (wide)
-                pairForcesAvx2(k, d, slot, list, count, sum, tension);
+                pairForcesAvx2(k, d, slot, list, listed, sum, tension);
             else
-                pairForcesScalar(k, d, slot, list, count, sum, tension);
+                pairForcesScalar(k, d, slot, list, listed, sum, tension);
 #else
-            pairForcesScalar(k, d, slot, list, count, sum, tension);
+            pairForcesScalar(k, d, slot, list, listed, sum, tension);
 #endif
             // The clamp holds the pair sum only; surface tension passes beside it.
             const float len2 = sum.dot3(sum);
             if (len2 > k.clampForce * k.clampForce) sum *= k.clampForce / std::sqrt(len2);
-            Vec4f& f = d.force[d.sortedOrder[slot]];
+            Vec4f& f = d.force[s.sortedOrder[slot]];
             f.x += sum.x + tension.x;
             f.y += sum.y + tension.y;
             f.z += sum.z + tension.z;

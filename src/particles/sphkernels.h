@@ -8,6 +8,7 @@
 // `force` lives (passed in as an array either way).
 #pragma once
 
+#include "geo/attribtypes.h"
 #include "geo/vec.h"
 #include "particles/cellgrid.h"
 #include "particles/particlehash.h"
@@ -45,16 +46,28 @@ SphConstants makeSphConstants(float h, float mass, float restDensity, float pres
                               float viscosity, float stringiness, float surfaceTensionWeight,
                               float clampForce, bool nodeForm);
 
-// Working memory of the passes beside the sorted arrays: the dense grid, the sorted
-// positions by component (padded so that 8-wide loads past the end stay in bounds), and
-// the close pairs the density pass records for the force pass, in chunks of slots.
-struct SphScratch {
+// The working arrays of one SPH solver, kept between substeps for their capacity, by
+// sorted slot unless said otherwise: the hash record, keys and order, the bucket ranges
+// (used only when the cloud is too spread out for the grid), the sorted copies, the dense
+// grid, the sorted positions by component (padded so that 8-wide loads past the end stay
+// in bounds), and the close pairs the density pass records for the force pass, in chunks
+// of slots.
+struct SphArrays {
     static constexpr uint32_t kChunkSlots = 512;
     static constexpr size_t kPadding = 8;
     struct Chunk {
         std::vector<uint32_t> offsets; // kChunkSlots + 1 list starts
         std::vector<uint32_t> pairs;   // the neighbours' sorted slots
     };
+    ParticleHash hash;
+    std::vector<uint32_t> hashKeys;    // cell index (grid) or bucket (hash), sorted
+    std::vector<uint32_t> sortedOrder; // slot -> particle index
+    std::vector<uint32_t> cellStart;   // by bucket, kEmptyBucket when empty
+    std::vector<uint32_t> cellEnd;     // by bucket
+    VecArray sortedPos;
+    VecArray sortedVel;
+    std::vector<float> sortedDensity; // the density pass's results, for the force pass
+    std::vector<float> sortedPressure;
     CellGrid grid;
     bool gridInUse = false;
     // Switches for tests and measurements: the bucket hash even where a grid fits, and the
@@ -63,38 +76,25 @@ struct SphScratch {
     bool allowWide = true;
     std::vector<float> x, y, z;
     std::vector<Chunk> chunks;
+
+    // Sorts the particles for the passes: the dense grid when the cloud fits one (keys
+    // are then cell indices and cellStart/cellEnd are left alone), else the bucket hash.
+    // Fills the order, keys, sorted copies of position and velocity (velocity zero when v
+    // is null) and the component arrays, and sizes the density and pressure arrays.
+    void sort(const Vec4f* P, const Vec4f* v, size_t count, float h, int numThreads);
+    size_t count() const { return sortedOrder.size(); }
 };
 
-// The particles sorted for the passes: the dense grid when the cloud fits one (keys are
-// then cell indices and cellStart/cellEnd are left alone), else the bucket hash. Fills
-// order, keys, the sorted copies of position and velocity (velocity zero when v is null)
-// and the scratch's component arrays.
-void sphSortParticles(const Vec4f* P, const Vec4f* v, size_t count, float h, ParticleHash& hash,
-                      std::vector<uint32_t>& keys, std::vector<uint32_t>& order, std::vector<uint32_t>& cellStart,
-                      std::vector<uint32_t>& cellEnd, std::vector<Vec4f>& sortedPos, std::vector<Vec4f>& sortedVel,
-                      SphScratch& scratch, int numThreads);
-
-// The arrays both passes read and write. Slots are those of the hash: sortedOrder maps a
-// slot to its particle index.
+// What the passes work on: the sorted arrays, and the particle channels by particle index.
 struct SphPassData {
-    size_t count = 0;
-    const Vec4f* sortedPos = nullptr;
-    const Vec4f* sortedVel = nullptr;
-    const uint32_t* sortedOrder = nullptr;
-    const uint32_t* cellStart = nullptr;
-    const uint32_t* cellEnd = nullptr;
-    ParticleHash hash;
-    float* sortedDensity = nullptr;  // by slot, written by the density pass
-    float* sortedPressure = nullptr; // by slot
-    float* density = nullptr;        // by particle index, optional copy
-    float* pressure = nullptr;       // by particle index, optional copy
-    Vec4f* force = nullptr;          // by particle index; the force pass adds to it
-    // Optional per-particle coefficients (by particle index); either switches the force
-    // pass to its per-particle form for that term.
+    SphArrays* arrays = nullptr;
+    float* density = nullptr;  // optional copy
+    float* pressure = nullptr; // optional copy
+    Vec4f* force = nullptr;    // the force pass adds to it
+    // Optional per-particle coefficients; either switches the force pass to its
+    // per-particle form for that term.
     const float* viscosity = nullptr;
     const float* surfaceTension = nullptr;
-    // The grid, component arrays and pair lists; the force pass needs the density pass's lists.
-    SphScratch* scratch = nullptr;
 };
 
 // Pressure from density: only compression pushes; at rest density and below it is 0.

@@ -245,20 +245,14 @@ void SimpleSPHParticleSystem::reset()
     updateDerivedFields();
     body->clear();
     ensureChannels();
-    hashKeys.clear();
-    sortedOrder.clear();
-    sortedPos.clear();
-    sortedVel.clear();
-    sortedDensity.clear();
-    sortedPressure.clear();
-    scratch = {};
+    work = SphArrays();
     contactDist.clear();
     queryHashReady = false;
     lastParticleCount = 0;
     nextParticleId = -1;
     maxSpeedLastStep = -1.f;
-    hash.cellSize = kernelRadius;
-    hash.tableSize = hashTableSize(0);
+    work.hash.cellSize = kernelRadius;
+    work.hash.tableSize = hashTableSize(0);
 }
 
 int SimpleSPHParticleSystem::addParticle(const Vec4f& position, const Vec4f& velocity)
@@ -309,15 +303,17 @@ void SimpleSPHParticleSystem::boundingBox(Vec4f& min, Vec4f& max) const
 
 void SimpleSPHParticleSystem::rebuildQueryHash()
 {
-    hash.cellSize = kernelRadius;
-    buildParticleHash(*body, hash, hashKeys, sortedOrder, cellStart, cellEnd, threadCount(false));
+    work.hash.cellSize = kernelRadius;
+    buildParticleHash(*body, work.hash, work.hashKeys, work.sortedOrder, work.cellStart, work.cellEnd,
+                      threadCount(false));
     queryHashReady = true;
 }
 
 float SimpleSPHParticleSystem::nearestDistance(const Vec4f& p) const
 {
-    if (!queryHashReady || sortedOrder.size() != particleCount()) return kNoNeighbourDistance;
-    return nearestParticleDistance(p, body->points->P.data(), sortedOrder.data(), hash, cellStart, cellEnd);
+    if (!queryHashReady || work.sortedOrder.size() != particleCount()) return kNoNeighbourDistance;
+    return nearestParticleDistance(p, body->points->P.data(), work.sortedOrder.data(), work.hash, work.cellStart,
+                                   work.cellEnd);
 }
 
 // --- The substep

@@ -147,16 +147,7 @@ public:
 
     // --- Working arrays, by sorted slot unless said otherwise
 
-    ParticleHash hash;
-    std::vector<uint32_t> hashKeys;    // sorted bucket keys
-    std::vector<uint32_t> sortedOrder; // slot -> particle index
-    std::vector<uint32_t> cellStart;   // by bucket, kEmptyBucket when empty
-    std::vector<uint32_t> cellEnd;     // by bucket
-    VecArray sortedPos;
-    VecArray sortedVel;
-    std::vector<float> sortedDensity; // the density pass's results, for the force pass
-    std::vector<float> sortedPressure;
-    SphScratch scratch;             // grid, component copies and pair lists of the passes
+    SphArrays work; // hash, sorted copies, grid and pair lists of the passes
     std::vector<float> contactDist; // by particle index, for the collide pass
     bool queryHashReady = false;    // hashKeys/sortedOrder describe the current positions
 

@@ -33,8 +33,6 @@ void SimpleSPHParticleSystem::solveOnCpu()
     dropNonFinite();
     const size_t n = particleCount();
     if (n == 0) return;
-    sortedDensity.resize(n);
-    sortedPressure.resize(n);
     const bool scaled = sceneScale != 1.f && sceneScale > 0.f && std::isfinite(sceneScale);
     if (scaled) scaleParticles(sceneScale);
     searchNeighbours();
@@ -89,8 +87,7 @@ void SimpleSPHParticleSystem::scaleParticles(float factor)
 void SimpleSPHParticleSystem::searchNeighbours()
 {
     const size_t n = particleCount();
-    sphSortParticles(ch.P->data(), ch.v ? ch.v->data() : nullptr, n, kernelRadius, hash, hashKeys, sortedOrder,
-                     cellStart, cellEnd, sortedPos, sortedVel, scratch, threadCount(false));
+    work.sort(ch.P->data(), ch.v ? ch.v->data() : nullptr, n, kernelRadius, threadCount(false));
 }
 
 namespace {
@@ -98,22 +95,13 @@ namespace {
 SphPassData passData(SimpleSPHParticleSystem& s)
 {
     SphPassData d;
-    d.count = s.particleCount();
-    d.sortedPos = s.sortedPos.data();
-    d.sortedVel = s.sortedVel.data();
-    d.sortedOrder = s.sortedOrder.data();
-    d.cellStart = s.cellStart.data();
-    d.cellEnd = s.cellEnd.data();
-    d.hash = s.hash;
-    d.sortedDensity = s.sortedDensity.data();
-    d.sortedPressure = s.sortedPressure.data();
-    d.scratch = &s.scratch;
-    d.density = s.ch.density && s.ch.density->size() == d.count ? s.ch.density->data() : nullptr;
-    d.pressure = s.ch.pressure && s.ch.pressure->size() == d.count ? s.ch.pressure->data() : nullptr;
-    d.force = s.ch.force && s.ch.force->size() == d.count ? s.ch.force->data() : nullptr;
-    d.viscosity = s.ch.viscosity && s.ch.viscosity->size() == d.count ? s.ch.viscosity->data() : nullptr;
-    d.surfaceTension =
-        s.ch.surfaceTension && s.ch.surfaceTension->size() == d.count ? s.ch.surfaceTension->data() : nullptr;
+    d.arrays = &s.work;
+    const size_t n = s.work.count();
+    d.density = s.ch.density && s.ch.density->size() == n ? s.ch.density->data() : nullptr;
+    d.pressure = s.ch.pressure && s.ch.pressure->size() == n ? s.ch.pressure->data() : nullptr;
+    d.force = s.ch.force && s.ch.force->size() == n ? s.ch.force->data() : nullptr;
+    d.viscosity = s.ch.viscosity && s.ch.viscosity->size() == n ? s.ch.viscosity->data() : nullptr;
+    d.surfaceTension = s.ch.surfaceTension && s.ch.surfaceTension->size() == n ? s.ch.surfaceTension->data() : nullptr;
     return d;
 }
 
@@ -151,11 +139,11 @@ void SimpleSPHParticleSystem::integrate()
     float fastest = 0.f;
 #pragma omp parallel for schedule(static) num_threads(threadCount(false)) reduction(max : fastest)
     for (int64_t k = 0; k < count; ++k) {
-        const uint32_t i = sortedOrder[size_t(k)];
-        Vec4f vNew = sortedVel[size_t(k)];
+        const uint32_t i = work.sortedOrder[size_t(k)];
+        Vec4f vNew = work.sortedVel[size_t(k)];
         if (force) vNew += (*force)[i] * (invMass * dt);
         // The position moves with the unclamped velocity.
-        const Vec4f& p = sortedPos[size_t(k)];
+        const Vec4f& p = work.sortedPos[size_t(k)];
         P[i] = Vec4f(p.x + vNew.x * dt, p.y + vNew.y * dt, p.z + vNew.z * dt, p.w);
         const float speed = vNew.length3();
         if (v) (*v)[i] = speed > kSpeedLimit ? vNew * (kSpeedLimit / speed) : vNew;
