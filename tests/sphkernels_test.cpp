@@ -106,6 +106,42 @@ std::vector<float> bruteDensity(const std::vector<Vec4f>& P, size_t& pairs)
     return out;
 }
 
+// The plain form's forces from the densities, written out pair by pair in double with the
+// library cosine: pressure, viscosity and stringiness summed and clamped, surface tension
+// beside the clamp.
+std::vector<Vec4f> bruteForces(const std::vector<Vec4f>& P, const std::vector<Vec4f>& v,
+                               const std::vector<float>& density)
+{
+    const SphConstants& k = constants();
+    std::vector<Vec4f> out(P.size());
+    for (size_t i = 0; i < P.size(); ++i) {
+        const double pi = sphPressure(density[i], k.restDensity, k.pressureScale);
+        double s[3] = {0, 0, 0}, t[3] = {0, 0, 0};
+        for (size_t j = 0; j < P.size(); ++j) {
+            if (i == j) continue;
+            const double r[3] = {P[i].x - P[j].x, P[i].y - P[j].y, P[i].z - P[j].z};
+            const double d = std::sqrt(r[0] * r[0] + r[1] * r[1] + r[2] * r[2]) + k.distanceOffset;
+            if (d >= k.h) continue;
+            const double u[3] = {v[j].x - v[i].x, v[j].y - v[i].y, v[j].z - v[i].z};
+            const double a = k.h - d;
+            const double pj = sphPressure(density[j], k.restDensity, k.pressureScale);
+            const double press = (pi + pj) * -0.5 * k.spikyGrad * a * a / d;
+            const double visc = double(k.viscLap) * k.visc * a;
+            const double str = double(k.viscLap) * k.string * a * (u[0] * r[0] + u[1] * r[1] + u[2] * r[2]);
+            const double share = k.mass / double(density[j]);
+            const double pull = std::cos(d * k.wave) * k.surfaceTension;
+            for (int c = 0; c < 3; ++c) {
+                s[c] += (press * r[c] + visc * u[c] + str * r[c] / d) * share;
+                t[c] -= pull * r[c] / d;
+            }
+        }
+        const double len = std::sqrt(s[0] * s[0] + s[1] * s[1] + s[2] * s[2]);
+        const double scale = len > k.clampForce ? k.clampForce / len : 1.0;
+        out[i] = Vec4f(float(s[0] * scale + t[0]), float(s[1] * scale + t[1]), float(s[2] * scale + t[2]), 0.f);
+    }
+    return out;
+}
+
 void expectSameForces(const PassResult& a, const PassResult& b)
 {
     ASSERT_EQ(a.force.size(), b.force.size());
@@ -172,6 +208,13 @@ TEST(SphPasses, EverySearchPathFindsThePairsOfABruteForceSearch)
 
     const PassResult reference = runPasses(P, v, true, true, 2);
     EXPECT_TRUE(reference.grid);
+    const std::vector<Vec4f> exact = bruteForces(P, v, expected);
+    for (size_t i = 0; i < P.size(); ++i) {
+        const float scale = 1e-3f * (1.f + exact[i].length3());
+        ASSERT_NEAR(reference.force[i].x, exact[i].x, scale) << "particle " << i;
+        ASSERT_NEAR(reference.force[i].y, exact[i].y, scale) << "particle " << i;
+        ASSERT_NEAR(reference.force[i].z, exact[i].z, scale) << "particle " << i;
+    }
     for (bool grid : {true, false}) {
         for (bool wide : {true, false}) {
             for (int threads : {1, 2}) {

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 
 #if defined(__x86_64__) && defined(__GNUC__)
 #include <immintrin.h>
@@ -72,6 +73,20 @@ float densitySumScalar(const SphConstants& k, const SphArrays& s, uint32_t self,
         }
     }
     return sum;
+}
+
+// cos(x) for x in [0, pi/2] by its Taylor series to x^12, within 1e-8 there: the
+// coefficients of x^12, x^10, ... x^0 for Horner's rule in x^2. The pair distances of the
+// force pass keep d * wave below pi/2.
+constexpr float kCosSeries[] = {1.f / 479001600.f, -1.f / 3628800.f, 1.f / 40320.f, -1.f / 720.f,
+                                1.f / 24.f,        -1.f / 2.f,       1.f};
+
+inline float cosQuarterTurn(float x)
+{
+    const float x2 = x * x;
+    float c = kCosSeries[0];
+    for (size_t n = 1; n < std::size(kCosSeries); ++n) c = c * x2 + kCosSeries[n];
+    return c;
 }
 
 #ifdef QORVA_SPH_AVX2
@@ -217,13 +232,8 @@ __attribute__((target("avx2,fma"))) void pairForcesAvx2(const SphConstants& k, c
         // cos(d * wave) by the series of cosQuarterTurn.
         const __m256 x = _mm256_mul_ps(dist, wave);
         const __m256 x2 = _mm256_mul_ps(x, x);
-        __m256 c = _mm256_set1_ps(1.f / 479001600.f);
-        c = _mm256_fmadd_ps(c, x2, _mm256_set1_ps(-1.f / 3628800.f));
-        c = _mm256_fmadd_ps(c, x2, _mm256_set1_ps(1.f / 40320.f));
-        c = _mm256_fmadd_ps(c, x2, _mm256_set1_ps(-1.f / 720.f));
-        c = _mm256_fmadd_ps(c, x2, _mm256_set1_ps(1.f / 24.f));
-        c = _mm256_fmadd_ps(c, x2, _mm256_set1_ps(-0.5f));
-        c = _mm256_fmadd_ps(c, x2, one);
+        __m256 c = _mm256_set1_ps(kCosSeries[0]);
+        for (size_t n = 1; n < std::size(kCosSeries); ++n) c = _mm256_fmadd_ps(c, x2, _mm256_set1_ps(kCosSeries[n]));
         const __m256 pull = _mm256_and_ps(use, _mm256_mul_ps(c, weight));
         tx = _mm256_fnmadd_ps(pull, dirx, tx);
         ty = _mm256_fnmadd_ps(pull, diry, ty);
@@ -233,18 +243,6 @@ __attribute__((target("avx2,fma"))) void pairForcesAvx2(const SphConstants& k, c
     tension = Vec4f(horizontalSum(tx), horizontalSum(ty), horizontalSum(tz), 0.f);
 }
 #endif
-
-// cos(x) for x in [0, pi/2]: the Taylor series to x^12, within 1e-8 there. The pair
-// distances of the force pass keep d * wave below pi/2.
-inline float cosQuarterTurn(float x)
-{
-    const float x2 = x * x;
-    return 1.f +
-           x2 * (-1.f / 2.f +
-                 x2 * (1.f / 24.f +
-                       x2 * (-1.f / 720.f +
-                             x2 * (1.f / 40320.f + x2 * (-1.f / 3628800.f + x2 * (1.f / 479001600.f))))));
-}
 
 // The force pass's pair sum of one slot over its recorded pairs: sum gets the pressure,
 // viscosity and stringiness part, tension the surface tension.
