@@ -17,16 +17,6 @@ constexpr GLenum kFrontAndBack = 0x0408;
 constexpr GLenum kLine = 0x1B01;
 constexpr GLenum kFill = 0x1B02;
 
-// glPolygonMode, which desktop GL has and the GLES-style table leaves out; null where the
-// context lacks it, and then meshes stay shaded.
-using PolygonModeFn = void (*)(GLenum, GLenum);
-PolygonModeFn polygonMode()
-{
-    QOpenGLContext* context = QOpenGLContext::currentContext();
-    if (!context || context->isOpenGLES()) return nullptr;
-    return reinterpret_cast<PolygonModeFn>(context->getProcAddress("glPolygonMode"));
-}
-
 bool isSelected(const ViewportBuffers& b, const std::vector<SelectionEntry>& selected)
 {
     for (const SelectionEntry& e : selected) {
@@ -39,6 +29,11 @@ bool isSelected(const ViewportBuffers& b, const std::vector<SelectionEntry>& sel
 
 bool ViewportRenderer::init(QOpenGLFunctions* f)
 {
+    // glPolygonMode: desktop GL has it, the GLES-style table leaves it out.
+    QOpenGLContext* context = QOpenGLContext::currentContext();
+    polygonMode = context && !context->isOpenGLES()
+                      ? reinterpret_cast<PolygonModeFn>(context->getProcAddress("glPolygonMode"))
+                      : nullptr;
     const bool ok = shaders.init();
     ViewportShaders::checkGlError(f, "init");
     return ok;
@@ -99,13 +94,11 @@ void ViewportRenderer::draw(QOpenGLFunctions* f, ViewportScene& scene, const Fra
     // in depth so that the edges win the depth test.
     std::vector<bool> highlight(drawables.size(), false);
     for (size_t i = 0; i < drawables.size() && !pick; ++i) highlight[i] = isSelected(*drawables[i], frame.selected);
-    const PolygonModeFn setPolygonMode = pick ? nullptr : polygonMode();
+    const PolygonModeFn setPolygonMode = pick ? nullptr : polygonMode;
     const bool edgesOnly = frame.wireframe && setPolygonMode;
     const bool edgesOver = frame.wireframeOnShaded && setPolygonMode && !edgesOnly;
 
-    QOpenGLShaderProgram& mesh = *shaders.mesh;
-    ViewportShaders::setViewBlock(mesh, frame.view, frame.proj, frame.nearClip);
-    mesh.setUniformValue("flatColor", flat);
+    QOpenGLShaderProgram& mesh = bindMesh(frame, flat);
     if (edgesOnly) setPolygonMode(kFrontAndBack, kLine);
     for (size_t i = 0; i < drawables.size(); ++i) {
         if (pick && !drawables[i]->pickable) continue;
@@ -129,9 +122,7 @@ void ViewportRenderer::draw(QOpenGLFunctions* f, ViewportScene& scene, const Fra
         mesh.setUniformValue("flatColor", flat);
     }
 
-    QOpenGLShaderProgram& lines = *shaders.lines;
-    ViewportShaders::setViewBlock(lines, frame.view, frame.proj, frame.nearClip);
-    lines.setUniformValue("fadeDistance", 0.f);
+    QOpenGLShaderProgram& lines = bindLines(frame);
     for (size_t i = 0; i < drawables.size(); ++i) {
         if (pick && !drawables[i]->pickable) continue;
         drawables[i]->drawLines(f, lines, highlight[i] ? &mark : idOf(i));
@@ -150,12 +141,7 @@ void ViewportRenderer::draw(QOpenGLFunctions* f, ViewportScene& scene, const Fra
         f->glDisable(GL_BLEND);
     }
 
-    QOpenGLShaderProgram& points = *shaders.points;
-    ViewportShaders::setViewBlock(points, frame.view, frame.proj, frame.nearClip);
-    points.setUniformValue("perspective", 1.f);
-    points.setUniformValue("flatDisk", pick || frame.flatDisk ? 1.f : 0.f);
-    points.setUniformValue("flatColor", flat);
-    points.setUniformValue("viewportHeight", float(frame.size.height()));
+    QOpenGLShaderProgram& points = bindPoints(frame, pick || frame.flatDisk, flat);
     for (size_t i = 0; i < drawables.size(); ++i)
         if (!pick || drawables[i]->pickable) drawables[i]->drawPoints(f, points, idOf(i));
 
@@ -174,22 +160,38 @@ void ViewportRenderer::draw(QOpenGLFunctions* f, ViewportScene& scene, const Fra
 void ViewportRenderer::drawFlat(QOpenGLFunctions* f, ViewportBuffers& b, const Frame& frame, const QVector3D& id)
 {
     if (!shaders.ready || !f) return;
+    b.drawMesh(f, bindMesh(frame, 1.f), &id);
+    b.drawLines(f, bindLines(frame), &id);
+    QOpenGLShaderProgram& points = bindPoints(frame, true, 1.f);
+    b.drawPoints(f, points, &id);
+    points.release();
+}
+
+QOpenGLShaderProgram& ViewportRenderer::bindMesh(const Frame& frame, float flat)
+{
     QOpenGLShaderProgram& mesh = *shaders.mesh;
     ViewportShaders::setViewBlock(mesh, frame.view, frame.proj, frame.nearClip);
-    mesh.setUniformValue("flatColor", 1.f);
-    b.drawMesh(f, mesh, &id);
+    mesh.setUniformValue("flatColor", flat);
+    return mesh;
+}
+
+QOpenGLShaderProgram& ViewportRenderer::bindLines(const Frame& frame)
+{
     QOpenGLShaderProgram& lines = *shaders.lines;
     ViewportShaders::setViewBlock(lines, frame.view, frame.proj, frame.nearClip);
     lines.setUniformValue("fadeDistance", 0.f);
-    b.drawLines(f, lines, &id);
+    return lines;
+}
+
+QOpenGLShaderProgram& ViewportRenderer::bindPoints(const Frame& frame, bool flatDisk, float flat)
+{
     QOpenGLShaderProgram& points = *shaders.points;
     ViewportShaders::setViewBlock(points, frame.view, frame.proj, frame.nearClip);
     points.setUniformValue("perspective", 1.f);
-    points.setUniformValue("flatDisk", 1.f);
-    points.setUniformValue("flatColor", 1.f);
+    points.setUniformValue("flatDisk", flatDisk ? 1.f : 0.f);
+    points.setUniformValue("flatColor", flat);
     points.setUniformValue("viewportHeight", float(frame.size.height()));
-    b.drawPoints(f, points, &id);
-    points.release();
+    return points;
 }
 
 void ViewportRenderer::release(QOpenGLFunctions* f)

@@ -61,4 +61,14 @@ public:
     static QVector3D idColor(size_t index);
     // The index a pixel of the pick pass names, or -1 for the background.
     static long indexFromColor(QRgb pixel);
+
+private:
+    // Each program bound with the frame's view block and its own uniforms.
+    QOpenGLShaderProgram& bindMesh(const Frame& frame, float flat);
+    QOpenGLShaderProgram& bindLines(const Frame& frame);
+    QOpenGLShaderProgram& bindPoints(const Frame& frame, bool flatDisk, float flat);
+
+    // glPolygonMode, found at init; null where the context lacks it (meshes stay shaded).
+    using PolygonModeFn = void (*)(unsigned int, unsigned int);
+    PolygonModeFn polygonMode = nullptr;
 };
